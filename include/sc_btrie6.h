@@ -1,0 +1,72 @@
+/* Static longest-prefix-match trie over IPv6 prefixes. */
+#ifndef SC_BTRIE6_H
+#define SC_BTRIE6_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct sc_btrie6_entry {
+  uint32_t addr[4];
+  uint32_t len : 8, prefix : 21, : 3;
+  uint32_t data;
+} sc_btrie6_entry;
+typedef struct sc_btrie6_prefix {
+  uint32_t len;
+  uint32_t prefix : 21, : 11;
+  uint32_t data;
+} sc_btrie6_prefix;
+typedef struct sc_btrie6_node {
+  uint32_t branch : 4, skip : 7, index : 21;
+} sc_btrie6_node;
+typedef void (*sc_btrie6_data_destructor)(uint32_t data);
+typedef struct sc_btrie6 {
+  sc_btrie6_entry *entries;
+  uint32_t n_entries;
+  sc_btrie6_prefix *prefixes;
+  uint32_t n_prefixes;
+  sc_btrie6_node *nodes;
+  uint32_t n_nodes;
+  sc_btrie6_data_destructor data_destructor;
+  void *sz_ctx;
+} sc_btrie6;
+typedef struct sc_btrie6_iter {
+  sc_btrie6 *trie;
+  uint32_t entry;
+  uint32_t prefix;
+} sc_btrie6_iter;
+typedef struct sc_btrie6_item {
+  uint32_t addr[4];
+  uint32_t len;
+  uint32_t data;
+} sc_btrie6_item;
+
+#define SC_BTRIE6_NO_PREFIX 0x1FFFFFu
+
+sc_btrie6 *sc_btrie6_construct(void *sz_ctx, const sc_btrie6_entry *entries,
+                               uint32_t n_entries, uint32_t fill_factor,
+                               uint32_t root_branch);
+void sc_btrie6_set_data_destructor(sc_btrie6 *trie,
+                                   sc_btrie6_data_destructor destructor);
+void sc_btrie6_destruct(sc_btrie6 *trie);
+uint32_t sc_btrie6_lpmatch(const sc_btrie6 *trie, const uint32_t key[4]);
+sc_btrie6_iter *sc_btrie6_iter_construct(sc_btrie6 *trie);
+int sc_btrie6_iter_next(sc_btrie6_iter *it, sc_btrie6_item *item);
+void sc_btrie6_iter_destruct(sc_btrie6_iter *it);
+uint32_t sc_btrie6_memory_usage(const sc_btrie6 *trie);
+void sc_btrie6_print_stats(const sc_btrie6 *trie);
+void sc_btrie6_print(const sc_btrie6 *trie);
+
+/* Extensions */
+
+/* data[i] = sc_btrie6_lpmatch(trie, keys[i]) for i < n, walks interleaved */
+void sc_btrie6_lpmatch_bulk(const sc_btrie6 *trie, const uint32_t (*keys)[4],
+                            uint32_t *data, uint32_t n);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* SC_BTRIE6_H */
