@@ -3,6 +3,7 @@
  * that passes its argument through to the comparator. */
 #include "sc_host_default.h"
 
+#include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -36,6 +37,9 @@ typedef struct header {
 #endif
 } header;
 
+/* The host services may be called from any thread that calls the library;
+ * one lock keeps the accounting consistent. */
+static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static sc_host_usage heap_usage, sz_total;
 static uint64_t release_errors;
 #ifdef SC_HOST_CHECKING
@@ -49,13 +53,22 @@ static void account(sc_host_usage *u, uint32_t size, int sign) {
   u->bytes += (uint64_t)((int64_t)sign * (int64_t)size);
 }
 
+/* file is null for __sc_kfree, which names no source location: the
+ * caller's address stands in for it. */
 static void release_error(const char *what, const void *ptr, uint32_t asked,
-                          uint32_t taken, const char *file, int line) {
+                          uint32_t taken, const char *file, int line,
+                          const void *caller) {
   release_errors++;
-  fprintf(stderr,
-          "vell-ds host: %s: block %p released with size %u, taken with "
-          "size %u (release at %s:%d)\n",
-          what, ptr, asked, taken, file ? file : "?", line);
+  if (file)
+    fprintf(stderr,
+            "vell-ds host: %s: block %p released with size %u, taken with "
+            "size %u (release at %s:%d)\n",
+            what, ptr, asked, taken, file, line);
+  else
+    fprintf(stderr,
+            "vell-ds host: %s: block %p released with size %u, taken with "
+            "size %u (__sc_kfree called from %p)\n",
+            what, ptr, asked, taken, caller);
   if (abort_on_error) abort();
 }
 
@@ -66,8 +79,10 @@ static void *take(ctx *owner, uint32_t size, int zero) {
   h->state = BLOCK_LIVE;
   h->size = size;
   h->owner = owner;
+  pthread_mutex_lock(&lock);
   account(owner ? &owner->usage : &heap_usage, size, 1);
   if (owner) account(&sz_total, size, 1);
+  pthread_mutex_unlock(&lock);
   return h + 1;
 }
 
@@ -75,21 +90,26 @@ static void *take(ctx *owner, uint32_t size, int zero) {
  * which also accepts size-class blocks (a vector record made with a context
  * goes back that way). */
 static void give_back(void *ptr, uint32_t size, ctx *expect_ctx,
-                      int from_kfree, const char *file, int line) {
+                      int from_kfree, const char *file, int line,
+                      const void *caller) {
   if (!ptr) return;
   header *h = (header *)ptr - 1;
+  pthread_mutex_lock(&lock);
   if (h->state != BLOCK_LIVE) {
-    release_error("double or foreign release", ptr, size, 0, file, line);
+    release_error("double or foreign release", ptr, size, 0, file, line,
+                  caller);
+    pthread_mutex_unlock(&lock);
     return;
   }
   if (h->size != size)
-    release_error("size mismatch", ptr, size, h->size, file, line);
+    release_error("size mismatch", ptr, size, h->size, file, line, caller);
   else if (!from_kfree && h->owner != expect_ctx)
     release_error("released to another allocator", ptr, size, h->size, file,
-                  line);
+                  line, caller);
   account(h->owner ? &h->owner->usage : &heap_usage, h->size, -1);
   if (h->owner) account(&sz_total, h->size, -1);
   h->state = BLOCK_DEAD;
+  pthread_mutex_unlock(&lock);
   free(h);
 }
 
@@ -102,7 +122,7 @@ void *__sc_kcalloc(uint32_t count, uint32_t size) {
 }
 
 void __sc_kfree(void *ptr, uint32_t size) {
-  give_back(ptr, size, NULL, 1, "__sc_kfree", 0);
+  give_back(ptr, size, NULL, 1, NULL, 0, __builtin_return_address(0));
 }
 
 void *__sc_szalloc(void *sz_ctx, uint32_t size, int flags, const char *file,
@@ -117,12 +137,19 @@ void *__sc_szalloc(void *sz_ctx, uint32_t size, int flags, const char *file,
 
 void __sc_szfree(void *sz_ctx, void *ptr, uint32_t size, const char *file,
                  int line) {
-  give_back(ptr, size, (ctx *)sz_ctx, 0, file, line);
+  give_back(ptr, size, (ctx *)sz_ctx, 0, file ? file : "?", line, NULL);
 }
 
 uint32_t sc_sz_get_max_alloc(void *sz_ctx) {
   ctx *c = (ctx *)sz_ctx;
   return c && c->magic == CTX_MAGIC ? c->max_alloc : 0;
+}
+
+static sc_host_usage read_usage(const sc_host_usage *u) {
+  pthread_mutex_lock(&lock);
+  sc_host_usage copy = *u;
+  pthread_mutex_unlock(&lock);
+  return copy;
 }
 
 void *sc_host_ctx_create(uint32_t max_alloc) {
@@ -136,7 +163,7 @@ void *sc_host_ctx_create(uint32_t max_alloc) {
 uint64_t sc_host_ctx_destroy(void *sz_ctx) {
   ctx *c = (ctx *)sz_ctx;
   if (!c) return 0;
-  uint64_t left = c->usage.blocks;
+  uint64_t left = read_usage(&c->usage).blocks;
   if (left) {
     /* Its blocks still point at it, so the record stays (leaked on
      * purpose) to keep their later release well defined. */
@@ -152,11 +179,11 @@ uint64_t sc_host_ctx_destroy(void *sz_ctx) {
   return 0;
 }
 
-sc_host_usage sc_host_heap_usage(void) { return heap_usage; }
-sc_host_usage sc_host_sz_usage(void) { return sz_total; }
+sc_host_usage sc_host_heap_usage(void) { return read_usage(&heap_usage); }
+sc_host_usage sc_host_sz_usage(void) { return read_usage(&sz_total); }
 sc_host_usage sc_host_ctx_usage(void *sz_ctx) {
   sc_host_usage none = {0, 0};
-  return sz_ctx ? ((ctx *)sz_ctx)->usage : none;
+  return sz_ctx ? read_usage(&((ctx *)sz_ctx)->usage) : none;
 }
 uint64_t sc_host_release_errors(void) { return release_errors; }
 void sc_host_set_abort_on_error(int on) { abort_on_error = on; }
