@@ -1,4 +1,23 @@
-/* Growable array of fixed-size elements. */
+/* Growable array of fixed-size elements, stored by value in one contiguous
+ * block taken from __sc_kmalloc.
+ *
+ * Behaviour at the edges:
+ * - elementSize 0 is accepted: such a vector stores nothing but still counts
+ *   its additions; sc_vector_unique treats all empty elements as equal and
+ *   keeps one.
+ * - Growth whose slot count or byte size would pass 2^32 - 1 fails with a
+ *   diagnostic and leaves the vector unchanged; the arithmetic never wraps.
+ * - sc_vector_add accepts an element that lies in the vector's own storage,
+ *   even when the addition moves that storage.
+ * - sc_vector_append appends the source's elements as they are at the call,
+ *   so appending a vector to itself doubles it once. It returns -1 when an
+ *   addition fails (no-grow vector full, or no memory); the elements added
+ *   before the failure stay.
+ * - sc_vector_compact on an empty vector that still has slots releases the
+ *   storage, leaving elements null and nAlloc 0.
+ * - The record of a vector made by sc_vector_szconstruct with a context
+ *   comes from __sc_szalloc but goes back through __sc_kfree: the vector
+ *   keeps no context, so the host must accept that release. */
 #ifndef SC_VECTOR_H
 #define SC_VECTOR_H
 
@@ -20,6 +39,8 @@ typedef struct sc_vector {
   uint8_t flags;
 } sc_vector;
 
+/* Called by the host's sort with two elements and the vector itself; must
+ * not change the vector. */
 typedef int (*sc_vector_cmp)(const void *a, const void *b, void *vector);
 
 sc_vector *sc_vector_construct(uint32_t nInitial, uint32_t elementSize,
@@ -37,6 +58,7 @@ int sc_vector_append(sc_vector *dst, sc_vector *src);
 int sc_vector_compact(sc_vector *v);
 uint32_t sc_vector_get_esize(const sc_vector *v);
 uint32_t sc_vector_get_nalloc(const sc_vector *v);
+/* Without a comparator the order is memcmp over each element's bytes. */
 void sc_vector_sort(sc_vector *v, sc_vector_cmp compare);
 void sc_vector_unique(sc_vector *v, sc_vector_cmp compare);
 void sc_vector_remove_dup(sc_vector *v);
