@@ -1,4 +1,18 @@
-/* Chained hash table (control side). */
+/* Chained hash table (control side): byte-string keys and values copied
+ * into one block per element, a fixed power-of-two bucket count, iteration
+ * in bucket order.
+ *
+ * Decisions:
+ * - sc_hash_construct refuses (diagnostic, null) a hint whose bucket array
+ *   would not fit a 32-bit byte size, rather than capping it.
+ * - An insertion whose element would not fit a 32-bit size is refused
+ *   (diagnostic, -1); the table is unchanged.
+ * - Insertion clears the element's data word.
+ * - Dumps and diagnostics print addresses as the whole pointer in lowercase
+ *   hexadecimal without a prefix.
+ * - The data accessors take element addresses, which no exported operation
+ *   of this family hands out; they exist for callers that keep elements by
+ *   other means. */
 #ifndef SC_HASH_H
 #define SC_HASH_H
 

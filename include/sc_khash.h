@@ -1,4 +1,15 @@
-/* Chained hash table of the forwarding side, on the size-class allocator. */
+/* Chained hash table of the forwarding side, on the size-class allocator.
+ * The table record, elements and iterators come from the context given at
+ * construction; the bucket array too when its size is strictly below the
+ * context's limit, from the general heap otherwise.
+ *
+ * Decisions:
+ * - sc_khash_construct refuses (diagnostic, null) a bucket count whose array
+ *   would not fit a 32-bit byte size.
+ * - sc_khash_internal_insert refuses (diagnostic, null, table unchanged) a
+ *   key over 65535 bytes, a value over 65535 bytes (vsz + extra_sz), and
+ *   extra == NULL with a nonzero extra_sz, rather than store a wrong size.
+ * - Insertion clears the element's data word. */
 #ifndef SC_KHASH_H
 #define SC_KHASH_H
 
@@ -18,6 +29,14 @@ typedef struct sc_khash_element {
   uint16_t ksz;
   uint16_t vsz; /* key at (char *)e + sizeof *e, value at key + roundup4(ksz) */
 } sc_khash_element;
+
+/* An element's key bytes (ksz of them) and value bytes (vsz of them). */
+static inline void *sc_khash_element_key(sc_khash_element *e) {
+  return (char *)e + sizeof *e;
+}
+static inline void *sc_khash_element_val(sc_khash_element *e) {
+  return (char *)e + sizeof *e + ((e->ksz + 3u) & ~3u);
+}
 
 typedef struct sc_khash {
   sc_khash_element **buckets;

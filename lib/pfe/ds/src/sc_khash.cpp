@@ -1,0 +1,110 @@
+// Chained hash table of the forwarding side: the shared chained core on the
+// size-class allocator, 16-bit element sizes, keys of up to three bytes left
+// unfolded, and an iterator that can be restarted without allocating.
+#include "sc_khash.h"
+
+#include <type_traits>
+
+#include "api.h"
+#include "hash/chained_table.h"
+#include "sz_block.h"
+
+namespace {
+
+struct Policy {
+  using Table = sc_khash;
+  using Element = sc_khash_element;
+  using SizeArg = std::make_signed_t<size_t>;  // printed with %zd
+  using Addr = const void *;
+
+  static constexpr const char *kModule = "lib/pfe/ds/src/sc_khash";
+  static constexpr vds::hash::Fold kFold = vds::hash::Fold::kLongKeys;
+  static constexpr uint32_t kMaxField = UINT16_MAX;
+  static constexpr const char *kConstructName = "sc_khash_construct";
+  static constexpr const char *kInsertName = "sc_khash_internal_insert";
+  static constexpr const char *kRecordFailFmt =
+      "sc_khash_construct: sc_szalloc(%zd) failed";
+  static constexpr const char *kBucketsFailFmt =
+      "sc_khash_construct: sc_kmalloc(%d) failed\n";
+  static constexpr const char *kInsertFailFmt =
+      "sc_khash_internal_insert: sc_szalloc(%d) failed";
+  static constexpr const char *kIterFailFmt =
+      "sc_khash_iter_construct: sc_szalloc(%zd) failed";
+  static constexpr const char *kCorruptFmt =
+      "sc_khash_internal_delete: corrupted bucket %p\n";
+  static constexpr const char *kDumpHeadFmt = "hash %p:\n";
+  static constexpr const char *kDumpElemFmt =
+      "  elp %p: key=%02x%02x%02x%02x, val=%02x%02x%02x%02x\n";
+  static constexpr const char *kDumpOddFmt = "  elp %p: ksz or vsz != 4!\n";
+
+  static Addr addr(const void *p) { return p; }
+  static void *ctx(const sc_khash *t) { return t->sz_ctx; }
+  static void bind(sc_khash *t, void *ctx) { t->sz_ctx = ctx; }
+  static void *alloc(void *ctx, uint32_t size) {
+    return __sc_szalloc(ctx, size, 0, kModule, __LINE__);
+  }
+  static void release(void *ctx, void *p, uint32_t size) {
+    __sc_szfree(ctx, p, size, kModule, __LINE__);
+  }
+  // Only an array strictly below the context's limit is a size-class block.
+  static void *alloc_buckets(void *ctx, uint32_t bytes) {
+    return vds::block_alloc<vds::SzLimit::kBelow>(ctx, bytes, kModule,
+                                                  __LINE__);
+  }
+  static void free_buckets(void *ctx, void *p, uint32_t bytes) {
+    vds::block_free<vds::SzLimit::kBelow>(ctx, p, bytes, kModule, __LINE__);
+  }
+  static void linked(sc_khash *, sc_khash_element *) {}
+  static void unlinking(sc_khash *, sc_khash_element *) {}
+  static void release_parts(sc_khash *) {}
+};
+
+using Core = vds::hash::Chained<Policy>;
+
+}  // namespace
+
+VDS_API sc_khash *sc_khash_construct(
+    uint32_t n_buckets, void *sz_ctx,
+    sc_khash_value_destructor value_destructor) {
+  return Core::construct(n_buckets, value_destructor, sz_ctx);
+}
+
+VDS_API void sc_khash_destruct(sc_khash *t) { Core::destruct(t); }
+
+VDS_API sc_khash_element *sc_khash_internal_insert(
+    sc_khash *t, const void *key, uint32_t ksz, const void *val, uint32_t vsz,
+    const void *extra, uint32_t extra_sz) {
+  return Core::insert(t, key, ksz, val, vsz, extra, extra_sz);
+}
+
+VDS_API sc_khash_element **sc_khash_findp(sc_khash *t, const void *key,
+                                          uint32_t ksz) {
+  return Core::findp(t, key, ksz);
+}
+
+VDS_API void sc_khash_internal_delete(sc_khash_element *e) { Core::remove(e); }
+VDS_API void sc_khash_delete_all(sc_khash *t) { Core::remove_all(t); }
+VDS_API void sc_khash_debug(sc_khash *t) { Core::dump(t); }
+
+VDS_API sc_khash_iter *sc_khash_iter_construct(sc_khash *t) {
+  return Core::iter_construct<sc_khash_iter>(t);
+}
+
+VDS_API int sc_khash_iter_next(sc_khash_iter *kip, void **key, uint32_t *ksz,
+                               void **val, uint32_t *vsz) {
+  return Core::iter_next(kip, key, ksz, val, vsz);
+}
+
+VDS_API int sc_khash_iter_reinit(sc_khash_iter *kip) {
+  if (!kip || !kip->table) {
+    VDS_DIAG(vds::kFailure, Policy::kModule,
+             "sc_khash_iter_reinit: kip is NULL");
+    return kip ? -2 : -1;
+  }
+  Core::iter_start(kip, kip->table);
+  return 0;
+}
+
+VDS_API void sc_khash_iter_destruct(sc_khash_iter *kip) {
+  Core::iter_destruct(kip);
+}

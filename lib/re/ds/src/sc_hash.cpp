@@ -1,0 +1,158 @@
+// Chained hash table of the control side: fixed bucket count, bucket-order
+// iteration, serialisation. The mechanism is the shared chained core.
+#include "sc_hash.h"
+
+#include "api.h"
+#include "hash/chained_table.h"
+#include "hash/heap_policy.h"
+#include "hash/sc_hash_private.h"
+
+namespace {
+
+struct Policy : vds::hash::HeapPolicy<sc_hash, sc_hash_element> {
+  static constexpr const char *kModule = "lib/re/ds/src/sc_hash";
+  static constexpr const char *kConstructName = "sc_hash_construct";
+  static constexpr const char *kInsertName = "sc_hash_internal_insert";
+  static constexpr const char *kRecordFailFmt =
+      "sc_hash_construct: sc_malloc(%d) failed";
+  static constexpr const char *kBucketsFailFmt =
+      "sc_hash_construct: sc_malloc(%d) failed\n";
+  static constexpr const char *kInsertFailFmt =
+      "sc_hash_internal_insert: sc_malloc(%d) failed";
+  static constexpr const char *kIterFailFmt =
+      "sc_hash_iter_construct: sc_malloc(%d) failed";
+  static constexpr const char *kCorruptFmt =
+      "sc_hash_internal_delete: corrupted bucket %" PRIxPTR "\n";
+
+  static void linked(sc_hash *, sc_hash_element *) {}
+  static void unlinking(sc_hash *, sc_hash_element *) {}
+  static void release_parts(sc_hash *) {}
+};
+
+using Core = vds::hash::Chained<Policy>;
+
+void put_le32(unsigned char *p, uint32_t v) {
+  p[0] = uint8_t(v);
+  p[1] = uint8_t(v >> 8);
+  p[2] = uint8_t(v >> 16);
+  p[3] = uint8_t(v >> 24);
+}
+
+}  // namespace
+
+uint32_t sc_hash_hash(sc_hash *h, const void *key, uint32_t ksz) {
+  return Core::index(h, key, ksz);
+}
+sc_hash_element **sc_hash_findp(sc_hash *h, const void *key, uint32_t ksz) {
+  return Core::findp(h, key, ksz);
+}
+void sc_hash_element_get(sc_hash_element *e, void **key, uint32_t *ksz,
+                         void **val, uint32_t *vsz) {
+  Core::get(e, key, ksz, val, vsz);
+}
+sc_hash_element *sc_hash_internal_insert(sc_hash *h, const void *key,
+                                         uint32_t ksz, const void *val,
+                                         uint32_t vsz) {
+  return Core::insert(h, key, ksz, val, vsz, nullptr, 0);
+}
+void sc_hash_internal_delete(sc_hash_element *e) { Core::remove(e); }
+
+VDS_API sc_hash *sc_hash_construct(uint32_t n_buckets_hint,
+                                   sc_hash_value_destructor value_destructor) {
+  return Core::construct(n_buckets_hint, value_destructor, nullptr);
+}
+
+VDS_API void sc_hash_destruct(sc_hash *h) { Core::destruct(h); }
+
+VDS_API int sc_hash_insert(sc_hash *h, const void *key, uint32_t ksz,
+                           const void *val, uint32_t vsz) {
+  return sc_hash_internal_insert(h, key, ksz, val, vsz) ? 0 : -1;
+}
+
+VDS_API int sc_hash_find(sc_hash *h, const void *key, uint32_t ksz, void **val,
+                         uint32_t *vsz) {
+  sc_hash_element *e = *sc_hash_findp(h, key, ksz);
+  if (!e) return -1;
+  sc_hash_element_get(e, nullptr, nullptr, val, vsz);
+  return 0;
+}
+
+VDS_API int sc_hash_delete(sc_hash *h, const void *key, uint32_t ksz) {
+  sc_hash_element *e = *sc_hash_findp(h, key, ksz);
+  if (!e) return -1;
+  sc_hash_internal_delete(e);
+  return 0;
+}
+
+VDS_API void sc_hash_delete_all(sc_hash *h) { Core::remove_all(h); }
+VDS_API uint32_t sc_hash_nelements(const sc_hash *h) { return h->nelements; }
+
+VDS_API void sc_hash_element_set_data(sc_hash_element *e, void *data) {
+  e->data = data;
+}
+VDS_API void *sc_hash_element_get_data(const sc_hash_element *e) {
+  return e->data;
+}
+
+VDS_API sc_hash_iter *sc_hash_iter_construct(sc_hash *h) {
+  return Core::iter_construct<sc_hash_iter>(h);
+}
+VDS_API int sc_hash_iter_next(sc_hash_iter *it, void **key, uint32_t *ksz,
+                              void **val, uint32_t *vsz) {
+  return Core::iter_next(it, key, ksz, val, vsz);
+}
+VDS_API void sc_hash_iter_destruct(sc_hash_iter *it) {
+  Core::iter_destruct(it);
+}
+
+// Two walks: the first sizes the image, the second writes it. Every failure
+// leaves both outputs cleared and nothing allocated.
+VDS_API int sc_hash_serialize(sc_hash *h, void **buf, uint32_t *len) {
+  *buf = nullptr;
+  *len = 0;
+  sc_hash_iter *it = sc_hash_iter_construct(h);
+  if (!it) {
+    VDS_DIAG(vds::kFailure, Policy::kModule,
+             "sc_hash_serialize: sc_hash_iter_construct() failed\n");
+    return -1;
+  }
+  uint64_t total = 0;
+  uint32_t ksz, vsz;
+  while (sc_hash_iter_next(it, nullptr, &ksz, nullptr, &vsz) == 0)
+    total += 8ull + ksz + vsz;
+  sc_hash_iter_destruct(it);
+  if (total > UINT32_MAX) {
+    VDS_DIAG(vds::kFailure, Policy::kModule,
+             "sc_hash_serialize: image of %llu bytes too large\n",
+             static_cast<unsigned long long>(total));
+    return -1;
+  }
+  auto *out = static_cast<unsigned char *>(__sc_kmalloc(uint32_t(total)));
+  if (!out) {
+    VDS_DIAG(vds::kFailure, Policy::kModule,
+             "sc_hash_serialize: sc_malloc(%u) failed\n", uint32_t(total));
+    return -1;
+  }
+  it = sc_hash_iter_construct(h);
+  if (!it) {
+    VDS_DIAG(vds::kFailure, Policy::kModule,
+             "sc_hash_serialize: sc_hash_iter_construct() failed\n");
+    __sc_kfree(out, uint32_t(total));
+    return -1;
+  }
+  unsigned char *p = out;
+  void *key, *val;
+  while (sc_hash_iter_next(it, &key, &ksz, &val, &vsz) == 0) {
+    put_le32(p, ksz);
+    memcpy(p + 4, key, ksz);
+    put_le32(p + 4 + ksz, vsz);
+    memcpy(p + 8 + ksz, val, vsz);
+    p += 8 + ksz + vsz;
+  }
+  sc_hash_iter_destruct(it);
+  *buf = out;
+  *len = uint32_t(total);
+  return 0;
+}
+
+VDS_API void sc_hash_debug(sc_hash *h) { Core::dump(h); }

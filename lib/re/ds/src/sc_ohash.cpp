@@ -1,0 +1,197 @@
+// Resizable chained hash table: the shared chained core, with every element
+// also on the table's list in insertion order. The list gives the iteration
+// order and lets growth and shrinking rebuild the chains without the old
+// bucket array.
+#include "sc_ohash.h"
+
+#include <stddef.h>
+
+#include "api.h"
+#include "hash/chained_table.h"
+#include "hash/heap_policy.h"
+
+namespace {
+
+struct Policy : vds::hash::HeapPolicy<sc_ohash, sc_ohash_element> {
+  static constexpr const char *kModule = "lib/re/ds/src/sc_ohash";
+  static constexpr const char *kConstructName = "sc_ohash_construct";
+  static constexpr const char *kInsertName = "sc_ohash_internal_insert";
+  static constexpr const char *kRecordFailFmt =
+      "sc_ohash_construct: sc_malloc(%d) failed";
+  static constexpr const char *kBucketsFailFmt =
+      "sc_ohash_construct: sc_malloc(%d) failed\n";
+  static constexpr const char *kInsertFailFmt =
+      "sc_ohash_internal_insert: sc_malloc(%d) failed";
+  static constexpr const char *kIterFailFmt =
+      "sc_ohash_iter_construct: sc_malloc(%d) failed";
+  static constexpr const char *kCorruptFmt =
+      "sc_ohash_internal_delete: corrupted bucket %" PRIxPTR "\n";
+
+  // A replaced key joins the list's end, like a new one.
+  static void linked(sc_ohash *t, sc_ohash_element *e) {
+    e->list_node.next = e->list_node.prev = nullptr;
+    sc_elist_push_back(t->element_list, &e->list_node);
+  }
+  static void unlinking(sc_ohash *t, sc_ohash_element *e) {
+    sc_elist_remove(t->element_list, &e->list_node);
+  }
+  static void release_parts(sc_ohash *t) {
+    if (!t->element_list) return;
+    sc_elist_destruct(t->element_list);
+    t->element_list = nullptr;
+  }
+};
+
+using Core = vds::hash::Chained<Policy>;
+
+sc_ohash_element *element_of(sc_elist_node *n) {
+  if (!n) return nullptr;
+  return reinterpret_cast<sc_ohash_element *>(
+      reinterpret_cast<char *>(n) - offsetof(sc_ohash_element, list_node));
+}
+
+// Replaces the bucket array by one of n heads and chains every element again,
+// walking the list, so each new chain is in list order. Elements stay where
+// they are. On failure the table is unchanged.
+int rebuild(sc_ohash *t, uint32_t n) {
+  auto *heads = static_cast<sc_ohash_element **>(
+      __sc_kcalloc(n, sizeof(sc_ohash_element *)));
+  if (!heads) {
+    VDS_DIAG(vds::kFailure, Policy::kModule,
+             "sc_ohash_grow: sc_calloc(%d, %d) failed\n", int(n),
+             int(sizeof(sc_ohash_element *)));
+    return -1;
+  }
+  Policy::free_buckets(nullptr, t->buckets, Core::array_bytes(t->n_buckets));
+  t->buckets = heads;
+  t->n_buckets = n;
+  for (sc_ohash_element *e = element_of(sc_elist_peek_front(t->element_list));
+       e; e = element_of(sc_elist_get_next(&e->list_node))) {
+    sc_ohash_element **link = Core::findp(t, Core::key_of(e), e->ksz);
+    e->next = nullptr;
+    e->pprev = link;
+    *link = e;
+  }
+  return 0;
+}
+
+}  // namespace
+
+VDS_API sc_ohash *sc_ohash_construct(
+    uint32_t n_buckets_hint, const char *name,
+    sc_ohash_value_destructor value_destructor) {
+  sc_ohash *t = Core::construct(n_buckets_hint, value_destructor, nullptr);
+  if (!t) return nullptr;
+  t->element_list = sc_elist_construct(name);
+  if (!t->element_list) {
+    Core::destruct(t);
+    return nullptr;
+  }
+  return t;
+}
+
+VDS_API void sc_ohash_destruct(sc_ohash *t) { Core::destruct(t); }
+
+VDS_API sc_ohash_element *sc_ohash_internal_insert(
+    sc_ohash *t, const void *key, uint32_t ksz, const void *val, uint32_t vsz,
+    const void *extra, uint32_t extra_sz) {
+  return Core::insert(t, key, ksz, val, vsz, extra, extra_sz);
+}
+
+VDS_API int sc_ohash_insert(sc_ohash *t, const void *key, uint32_t ksz,
+                            const void *val, uint32_t vsz) {
+  return sc_ohash_internal_insert(t, key, ksz, val, vsz, nullptr, 0) ? 0 : -1;
+}
+
+VDS_API int sc_ohash_find(sc_ohash *t, const void *key, uint32_t ksz,
+                          void **val, uint32_t *vsz) {
+  sc_ohash_element *e = *sc_ohash_findp(t, key, ksz);
+  if (!e) return -1;
+  sc_ohash_element_get(e, nullptr, nullptr, val, vsz);
+  return 0;
+}
+
+VDS_API sc_ohash_element **sc_ohash_findp(sc_ohash *t, const void *key,
+                                          uint32_t ksz) {
+  return Core::findp(t, key, ksz);
+}
+
+VDS_API uint32_t sc_ohash_hash(sc_ohash *t, const void *key, uint32_t ksz) {
+  return Core::index(t, key, ksz);
+}
+
+VDS_API int sc_ohash_delete(sc_ohash *t, const void *key, uint32_t ksz) {
+  sc_ohash_element *e = *sc_ohash_findp(t, key, ksz);
+  if (!e) return -1;
+  sc_ohash_internal_delete(e);
+  return 0;
+}
+
+VDS_API void sc_ohash_internal_delete(sc_ohash_element *e) { Core::remove(e); }
+VDS_API void sc_ohash_delete_all(sc_ohash *t) { Core::remove_all(t); }
+
+// The load is computed in 64 bits, so it stays exact at any element count.
+VDS_API int sc_ohash_grow(sc_ohash *t, uint32_t threshold) {
+  uint64_t load = uint64_t(t->nelements) * 100 / t->n_buckets;
+  if (load < threshold) return 0;
+  if (!Core::array_fits(uint64_t(t->n_buckets) * 2)) {
+    VDS_DIAG(vds::kFailure, Policy::kModule, "%s: cannot double %u buckets\n",
+             "sc_ohash_grow", t->n_buckets);
+    return -1;
+  }
+  return rebuild(t, t->n_buckets * 2);
+}
+
+VDS_API int sc_ohash_shrink(sc_ohash *t, uint32_t n_buckets) {
+  if (n_buckets == 0 || (n_buckets & (n_buckets - 1)) != 0) {
+    VDS_DIAG(vds::kFailure, Policy::kModule,
+             "%s: bucket count %u is not a power of two\n", "sc_ohash_shrink",
+             n_buckets);
+    return -1;
+  }
+  if (t->n_buckets <= n_buckets) return 0;
+  return rebuild(t, n_buckets);
+}
+
+VDS_API uint32_t sc_ohash_nelements(const sc_ohash *t) { return t->nelements; }
+
+VDS_API void sc_ohash_element_get(sc_ohash_element *e, void **key,
+                                  uint32_t *ksz, void **val, uint32_t *vsz) {
+  Core::get(e, key, ksz, val, vsz);
+}
+VDS_API void sc_ohash_element_set_data(sc_ohash_element *e, void *data) {
+  e->data = data;
+}
+VDS_API void *sc_ohash_element_get_data(const sc_ohash_element *e) {
+  return e->data;
+}
+
+VDS_API sc_ohash_iter *sc_ohash_iter_construct(sc_ohash *t) {
+  auto *it = static_cast<sc_ohash_iter *>(__sc_kmalloc(sizeof(sc_ohash_iter)));
+  if (!it) {
+    VDS_DIAG(vds::kFailure, Policy::kModule, Policy::kIterFailFmt,
+             int(sizeof(sc_ohash_iter)));
+    return nullptr;
+  }
+  it->table = t;
+  it->next_element = element_of(sc_elist_peek_front(t->element_list));
+  return it;
+}
+
+// Moves past the element before delivering it, so the caller may delete the
+// element it was just given; growth and shrinking never move elements, so a
+// walk continues across them.
+VDS_API int sc_ohash_iter_next(sc_ohash_iter *it, void **key, uint32_t *ksz,
+                               void **val, uint32_t *vsz) {
+  sc_ohash_element *e = it->next_element;
+  if (!e) return -1;
+  sc_ohash_element_get(e, key, ksz, val, vsz);
+  it->next_element = element_of(sc_elist_get_next(&e->list_node));
+  return 0;
+}
+
+VDS_API void sc_ohash_iter_destruct(sc_ohash_iter *it) {
+  if (it) __sc_kfree(it, sizeof(sc_ohash_iter));
+}
+
+VDS_API void sc_ohash_debug(sc_ohash *t) { Core::dump(t); }
