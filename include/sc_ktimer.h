@@ -1,4 +1,31 @@
-/* Timer wheel of one-shot timers fired by polling a whole-second clock. */
+/* Timer wheel of one-shot timers fired by polling a whole-second clock.
+ *
+ * Timers sharing a timeout sit on one cell in order of expiry; cells hang off
+ * 128 buckets (timeout modulo 128), and only buckets holding cells are on the
+ * active list that a poll walks. The clock is gettimeofday's seconds, read
+ * once per create, reset, poll and dump.
+ *
+ * Behaviour beyond the basic contract:
+ * - A poll survives whatever its callbacks do to the set, short of
+ *   destroying it: cancelling or resetting the timer or cell it visits next,
+ *   emptying the bucket it is in, or re-activating a bucket it has passed.
+ *   No timer fires twice and none is lost. While the poll holds a position
+ *   it keeps a private marker in the set's lists (a bucket without cells, a
+ *   cell without timers, a timer without a cell); the dump skips markers, and
+ *   code walking the lists from a callback must skip them too. A bucket that
+ *   is re-activated after the poll passed it is not walked again by that
+ *   poll; its timers wait for the next one.
+ * - A callback may create timers. A timer created or reset during a poll in
+ *   a cell the poll has yet to visit, or behind the poll's position in the
+ *   cell it is working on, fires in that same poll when it is due.
+ * - sc_ktimers_destruct releases the timers and cells still pending without
+ *   calling their callbacks, so destroying a set never leaks.
+ * - A clock that steps backwards never makes a timer fire early or late:
+ *   create and reset place the timer among its cell's timers by expiry (after
+ *   any timer due at the same second), so a cell stays in expiry order
+ *   whatever the clock does. With a clock that never steps back this is
+ *   always the cell's tail. Expiry is seconds + reading modulo 2^32, compared
+ *   unsigned against the poll's reading. */
 #ifndef SC_KTIMER_H
 #define SC_KTIMER_H
 
@@ -9,7 +36,8 @@ extern "C" {
 #endif
 
 typedef void (*sc_ktimer_callback)(void *arg);
-typedef struct sc_ktimer sc_ktimer;           /* next, prev, expires, cell, callback, timers, arg */
+typedef struct sc_ktimer
+    sc_ktimer; /* next, prev, expires, cell, callback, timers, arg */
 typedef struct sc_ktimer_cell sc_ktimer_cell; /* next, secs, head, tail */
 
 typedef struct sc_ktimer_bucket {
@@ -23,6 +51,23 @@ typedef struct sc_ktimers {
   uint32_t now;
   void *sz_ctx;
 } sc_ktimers;
+
+/* All timers of one timeout value, earliest due first. */
+struct sc_ktimer_cell {
+  sc_ktimer_cell *next; /* following cell of the bucket's chain */
+  uint32_t secs;        /* the timeout; unique within the set */
+  sc_ktimer *head, *tail;
+};
+
+/* One armed timer. A handle is valid until the timer is cancelled or fires. */
+struct sc_ktimer {
+  sc_ktimer *next, *prev;
+  uint32_t expires;     /* second at which the timer is due */
+  sc_ktimer_cell *cell; /* null once the timer is no longer armed */
+  sc_ktimer_callback callback;
+  sc_ktimers *timers;
+  void *arg;
+};
 
 sc_ktimers *sc_ktimers_construct(void *sz_ctx);
 void sc_ktimers_destruct(sc_ktimers *set);

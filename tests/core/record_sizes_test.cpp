@@ -27,6 +27,8 @@ TEST(RecordSizes, ThirtyTwoBitTarget) {
   EXPECT_EQ(sizeof(sc_khash_element), 20u);
   EXPECT_EQ(sizeof(sc_khash), 20u);
   EXPECT_EQ(sizeof(sc_khash_iter), 12u);
+  EXPECT_EQ(sizeof(sc_ktimer), 28u);
+  EXPECT_EQ(sizeof(sc_ktimer_cell), 16u);
   EXPECT_EQ(sizeof(sc_ktimer_bucket), 12u);
   EXPECT_EQ(sizeof(sc_ktimers), 128u * 12u + 12u);
   EXPECT_EQ(sizeof(sc_btrie_entry), 12u);

@@ -1,0 +1,142 @@
+// Links of the timer wheel: a bucket's chain of cells, a cell's list of
+// timers and the set's active-bucket list, shared by the operations and the
+// poll so that every structural change goes through one place.
+//
+// A poll in progress keeps markers in these lists to hold its position
+// across callbacks: a bucket without cells, a cell without timers and a
+// timer without a cell. Real buckets on the active list always have cells,
+// real cells always have timers and armed timers always have their cell, so
+// the markers are told apart by those fields alone.
+#pragma once
+
+#include <stdint.h>
+#include <string.h>
+#include <sys/time.h>
+
+#include "diag.h"
+#include "sc_host.h"
+#include "sc_ktimer.h"
+
+namespace vds::timer {
+
+inline constexpr char kModule[] = "lib/pfe/ds/src/sc_ktimer";
+
+// Whole seconds of the wall clock; the microseconds are ignored.
+inline uint32_t clock_seconds() {
+  struct timeval tv;
+  gettimeofday(&tv, nullptr);
+  return static_cast<uint32_t>(tv.tv_sec);
+}
+
+inline bool is_marker(const sc_ktimer *t) { return t->cell == nullptr; }
+inline bool is_marker(const sc_ktimer_cell *c) { return c->head == nullptr; }
+inline bool is_marker(const sc_ktimer_bucket *b) { return b->cells == nullptr; }
+
+template <typename Node>
+inline Node *skip_markers(Node *n) {
+  while (n && is_marker(n)) n = n->next;
+  return n;
+}
+
+inline sc_ktimer_bucket *bucket_of(sc_ktimers *set, uint32_t secs) {
+  return &set->buckets[secs % 128];
+}
+
+// ---- timers within a cell ---------------------------------------------------
+
+// Links t after `after`, or at the head when `after` is null.
+inline void timer_link_after(sc_ktimer_cell *c, sc_ktimer *after,
+                             sc_ktimer *t) {
+  t->prev = after;
+  t->next = after ? after->next : c->head;
+  if (t->next)
+    t->next->prev = t;
+  else
+    c->tail = t;
+  if (after)
+    after->next = t;
+  else
+    c->head = t;
+}
+
+inline void timer_unlink(sc_ktimer_cell *c, sc_ktimer *t) {
+  if (t->next)
+    t->next->prev = t->prev;
+  else
+    c->tail = t->prev;
+  if (t->prev)
+    t->prev->next = t->next;
+  else
+    c->head = t->next;
+}
+
+// Links t after the last timer due no later than it, never moving it before
+// a poll's marker. While the clock does not step back that is the tail, so
+// timers of a cell keep the order in which they were armed.
+inline void timer_place(sc_ktimer_cell *c, sc_ktimer *t) {
+  sc_ktimer *after = c->tail;
+  while (after && !is_marker(after) && after->expires > t->expires)
+    after = after->prev;
+  timer_link_after(c, after, t);
+}
+
+// ---- the active-bucket list -------------------------------------------------
+
+inline void bucket_push_front(sc_ktimers *set, sc_ktimer_bucket *b) {
+  b->next = set->active;
+  b->prev = nullptr;
+  if (set->active) set->active->prev = b;
+  set->active = b;
+}
+
+inline void bucket_link_after(sc_ktimer_bucket *pos, sc_ktimer_bucket *b) {
+  b->prev = pos;
+  b->next = pos->next;
+  if (pos->next) pos->next->prev = b;
+  pos->next = b;
+}
+
+// Leaves b's own links as they were.
+inline void bucket_unlink(sc_ktimers *set, sc_ktimer_bucket *b) {
+  if (b->next) b->next->prev = b->prev;
+  if (b->prev)
+    b->prev->next = b->next;
+  else
+    set->active = b->next;
+}
+
+// ---- cells within a bucket --------------------------------------------------
+
+// Takes c off b's chain, and b off the active list when nothing is left.
+inline void cell_unlink(sc_ktimers *set, sc_ktimer_bucket *b,
+                        sc_ktimer_cell *c) {
+  sc_ktimer_cell **link = &b->cells;
+  while (*link != c) link = &(*link)->next;
+  *link = c->next;
+  if (!b->cells) bucket_unlink(set, b);
+}
+
+// Releases c once its last timer has gone.
+inline void cell_release_if_empty(sc_ktimers *set, sc_ktimer_cell *c) {
+  if (c->head) return;
+  cell_unlink(set, bucket_of(set, c->secs), c);
+  __sc_szfree(set->sz_ctx, c, sizeof *c, kModule, __LINE__);
+}
+
+// Clears and releases a timer already off its cell.
+inline void timer_free(sc_ktimers *set, sc_ktimer *t) {
+  memset(t, 0, sizeof *t);
+  __sc_szfree(set->sz_ctx, t, sizeof *t, kModule, __LINE__);
+}
+
+// Disarms and releases an armed timer, with its cell and the cell's bucket
+// when they become empty.
+inline void timer_disarm(sc_ktimer *t) {
+  sc_ktimers *set = t->timers;
+  sc_ktimer_cell *c = t->cell;
+  timer_unlink(c, t);
+  cell_release_if_empty(set, c);
+  timer_free(set, t);
+}
+
+}  // namespace vds::timer
