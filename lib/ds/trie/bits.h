@@ -1,0 +1,51 @@
+// Bit arithmetic on addresses held as arrays of 32-bit words, most
+// significant word first. Bit position 0 is the top bit of word 0.
+#pragma once
+
+#include <stdint.h>
+
+#include <bit>
+
+namespace vds::trie {
+
+// Bits [p, p + b) of the word holding position p, as a b-bit number; the
+// b bits must lie within that one word. 0 when b is 0.
+inline uint32_t field(uint32_t word, uint32_t p, uint32_t b) {
+  return b ? (word << (p & 31)) >> (32 - b) : 0;
+}
+
+// The first position at or after pos where a and b differ, or W * 32 when
+// they agree from pos to the end.
+template <uint32_t W>
+uint32_t first_difference(const uint32_t *a, const uint32_t *b, uint32_t pos) {
+  for (uint32_t w = pos >> 5; w < W; ++w) {
+    uint32_t x = a[w] ^ b[w];
+    if (w == pos >> 5) x &= ~0u >> (pos & 31);
+    if (x) return w * 32 + static_cast<uint32_t>(std::countl_zero(x));
+  }
+  return W * 32;
+}
+
+// Whether the first len bits of a and b are equal (len 0: always).
+template <uint32_t W>
+bool same_prefix(const uint32_t *a, const uint32_t *b, uint32_t len) {
+  uint32_t full = len >> 5;
+  for (uint32_t w = 0; w < full; ++w)
+    if (a[w] != b[w]) return false;
+  uint32_t rem = len & 31;
+  return rem == 0 || ((a[full] ^ b[full]) >> (32 - rem)) == 0;
+}
+
+// Whether any bit at a position >= len is set.
+template <uint32_t W>
+bool bits_beyond(const uint32_t *a, uint32_t len) {
+  for (uint32_t w = 0; w < W; ++w) {
+    uint32_t first = w * 32;
+    if (first + 32 <= len) continue;
+    uint32_t keep = len > first ? len - first : 0;
+    if (keep == 0 ? a[w] != 0 : (a[w] << keep) != 0) return true;
+  }
+  return false;
+}
+
+}  // namespace vds::trie
