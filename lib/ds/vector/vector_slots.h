@@ -4,6 +4,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <type_traits>
+
 #include "sc_vector.h"
 
 namespace vds::vector {
@@ -11,29 +13,39 @@ namespace vds::vector {
 // Both modules report under the vector's one module name.
 constexpr const char kModule[] = "lib/pfe/ds/src/sc_vector";
 
-// Byte offset of slot `index`. The common element sizes take shifts and
-// adds instead of a general multiplication. Storage never exceeds 2^32 - 1
-// bytes, so the offset of any slot up to nAlloc fits in 32 bits.
-inline size_t slot_offset(uint32_t index, uint32_t esize) {
-  size_t i = index;
+template <uint32_t N>
+using Size = std::integral_constant<uint32_t, N>;
+
+// Calls f with the element size as a compile-time constant for the common
+// sizes, so addressing becomes shifts and adds and copies become plain
+// moves; any other size is passed as it is.
+template <typename F>
+inline decltype(auto) with_element_size(uint32_t esize, F &&f) {
   switch (esize) {
     case 1:
-      return i;
+      return f(Size<1>{});
     case 2:
-      return i << 1;
+      return f(Size<2>{});
     case 3:
-      return (i << 1) + i;
+      return f(Size<3>{});
     case 4:
-      return i << 2;
+      return f(Size<4>{});
     case 8:
-      return i << 3;
+      return f(Size<8>{});
     case 12:
-      return (i << 3) + (i << 2);
+      return f(Size<12>{});
     case 16:
-      return i << 4;
+      return f(Size<16>{});
     default:
-      return i * esize;
+      return f(esize);
   }
+}
+
+// Byte offset of slot `index`. Storage never exceeds 2^32 - 1 bytes, so the
+// offset of any slot up to nAlloc fits in 32 bits.
+inline size_t slot_offset(uint32_t index, uint32_t esize) {
+  return with_element_size(
+      esize, [index](auto n) -> size_t { return size_t{index} * n; });
 }
 
 inline char *slot(const sc_vector *v, uint32_t index) {

@@ -77,6 +77,26 @@ sc_vector *freeze(sc_vector *v) {
   return v;
 }
 
+// The slow path of an addition to a full vector. An element taken from
+// this vector's own storage is found again after growth has moved it.
+[[gnu::noinline]] int grow_for_add(sc_vector *v, const void **element) {
+  if (v->flags & SC_VECTOR_NOGROW) {
+    VDS_DIAG(vds::kFailure, kModule, "sc_vector_add: vector full (%d)\n",
+             v->nAlloc);
+    return -1;
+  }
+  const uintptr_t at = reinterpret_cast<uintptr_t>(*element) -
+                       reinterpret_cast<uintptr_t>(v->elements);
+  const bool own = v->elements && at < storage_bytes(v);
+  if (sc_vector_make_room(v, uint64_t{v->nElements} + 1) != 0) {
+    VDS_DIAG(vds::kFailure, kModule,
+             "sc_vector_add: sc_vector_make_room() failed\n");
+    return -1;
+  }
+  if (own) *element = static_cast<const char *>(v->elements) + at;
+  return 0;
+}
+
 }  // namespace
 
 VDS_API sc_vector *sc_vector_szconstruct(void *sz_ctx, uint32_t nInitial,
@@ -134,23 +154,12 @@ VDS_API void sc_vector_destruct(sc_vector *v) {
 }
 
 VDS_API int sc_vector_add(sc_vector *v, const void *element) {
-  if ((v->flags & SC_VECTOR_NOGROW) && v->nAlloc <= v->nElements) {
-    VDS_DIAG(vds::kFailure, kModule, "sc_vector_add: vector full (%d)\n",
-             v->nAlloc);
-    return -1;
-  }
-  // An element taken from this vector's own storage must be found again
-  // after growth has moved that storage.
-  const uintptr_t at = reinterpret_cast<uintptr_t>(element) -
-                       reinterpret_cast<uintptr_t>(v->elements);
-  const bool own = v->elements && at < storage_bytes(v);
-  if (sc_vector_make_room(v, uint64_t{v->nElements} + 1) != 0) {
-    VDS_DIAG(vds::kFailure, kModule,
-             "sc_vector_add: sc_vector_make_room() failed\n");
-    return -1;
-  }
-  if (own) element = static_cast<const char *>(v->elements) + at;
-  memcpy(slot(v, v->nElements), element, v->elementSize);
+  if (v->nElements >= v->nAlloc && grow_for_add(v, &element) != 0) return -1;
+  char *const base = static_cast<char *>(v->elements);
+  const uint32_t index = v->nElements;
+  vds::vector::with_element_size(v->elementSize, [&](auto n) {
+    memcpy(base + size_t{index} * n, element, n);
+  });
   v->nElements++;
   v->flags &= ~SC_VECTOR_SORTED;
   return 0;
