@@ -129,7 +129,8 @@ TEST_F(KhashTest, InsertReplaceAndDelete) {
             "sc_khash_internal_insert: ksz 1 or vsz 65535 + extra_sz 1 too "
             "large\n"
             "sc_khash_internal_insert: extra is NULL but extra_sz is 1\n");
-  e = sc_khash_internal_insert(t, big.data(), 65535, big.data(), 65531, "x", 4);
+  e = sc_khash_internal_insert(t, big.data(), 65535, big.data(), 65531, "xxxx",
+                               4);
   ASSERT_TRUE(e);
   EXPECT_EQ(e->ksz, 65535u);
   EXPECT_EQ(e->vsz, 65535u);
@@ -228,14 +229,14 @@ TEST_F(KhashTest, DumpAndCorruptedElement) {
 }
 
 TEST_F(KhashTest, EveryAllocationFailureIsReportedAndUndone) {
-  const uint32_t bytes = 4 * sizeof(void *);
+  const uint32_t bytes = 8 * sizeof(void *);
   for (uint32_t limit : {bytes, bytes + 1}) {  // array from either allocator
     th::Ctx c(limit);
     EXPECT_EQ(
         ht::failure_texts(kModule,
                           [&](auto arm) {
                             arm();
-                            sc_khash *t = sc_khash_construct(4, c, nullptr);
+                            sc_khash *t = sc_khash_construct(8, c, nullptr);
                             EXPECT_EQ(t == nullptr, th::failure_injected());
                             sc_khash_destruct(t);
                           }),
