@@ -2,7 +2,6 @@
 #pragma once
 
 #include <stdint.h>
-#include <stdio.h>
 #include <string.h>
 
 #include <string>
@@ -14,26 +13,28 @@
 namespace vt {
 
 using Msgs = std::vector<std::string>;
+using V = std::vector<uint32_t>;
+
+// Builds a vector of 4-byte values.
+inline sc_vector *make(uint32_t n, int factor, const V &xs) {
+  sc_vector *v = sc_vector_construct(n, 4, factor);
+  for (uint32_t x : xs) EXPECT_EQ(sc_vector_add(v, &x), 0);
+  return v;
+}
 
 // The elements of a vector of 4-byte values, read through sc_vector_get.
-inline std::vector<uint32_t> values(sc_vector *v) {
-  std::vector<uint32_t> out;
+inline V values(sc_vector *v) {
+  V out(v->nElements);
   for (uint32_t i = 0; i < v->nElements; i++) {
     void *p = nullptr;
     EXPECT_EQ(sc_vector_get(v, i, &p), 0);
-    uint32_t x;
-    memcpy(&x, p, 4);
-    out.push_back(x);
+    memcpy(&out[i], p, 4);
   }
   return out;
 }
 
-inline void add_all(sc_vector *v, std::initializer_list<uint32_t> xs) {
-  for (uint32_t x : xs) ASSERT_EQ(sc_vector_add(v, &x), 0);
-}
-
-// Every diagnostic since the last reset is a level-2 vector message; their
-// texts are exactly `msgs`.
+// The diagnostics since the last reset are level-2 vector messages with
+// exactly these texts.
 inline void expect_diags(const Msgs &msgs) {
   Msgs texts;
   for (const th::Diag &d : th::diags()) {
@@ -49,16 +50,14 @@ inline std::string kmalloc_failed(const char *op, size_t size) {
          ") failed\n";
 }
 
-// Fails each allocation of op(v) in turn on a vector made by setup(), with
-// the host's failure plan off during setup. check(v, result, point) sees
-// point 0 for the run in which nothing failed. The vector is destroyed
-// afterwards.
+// Fails each allocation of op(v) in turn on a vector made by setup() with
+// failures off. check(v, result, point) sees point 0 in the run where
+// nothing failed. Returns the number of allocation points.
 template <typename Setup, typename Op, typename Check>
 int sweep_op(Setup setup, Op op, Check check) {
   return th::sweep([&](long k) {
     th::fail_nth(0);
     sc_vector *v = setup();
-    ASSERT_NE(v, nullptr);
     th::clear_output();
     th::fail_nth(k);
     int r = op(v);
