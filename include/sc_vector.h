@@ -3,8 +3,9 @@
  *
  * Behaviour at the edges:
  * - elementSize 0 is accepted: such a vector stores nothing but still counts
- *   its additions; sc_vector_unique treats all empty elements as equal and
- *   keeps one.
+ *   its additions (its storage is a 0-byte block, so the host's
+ *   __sc_kmalloc(0) must return a pointer); sc_vector_unique treats all
+ *   empty elements as equal and keeps one.
  * - Growth whose slot count or byte size would pass 2^32 - 1 fails with a
  *   diagnostic and leaves the vector unchanged; the arithmetic never wraps.
  * - sc_vector_add accepts an element that lies in the vector's own storage,
