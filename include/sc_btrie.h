@@ -1,4 +1,42 @@
-/* Static longest-prefix-match trie over IPv4 prefixes. */
+/* Static longest-prefix-match trie over IPv4 prefixes.
+ *
+ * Built once by sc_btrie_construct from an array of (address, length, data)
+ * entries, then only read: sc_btrie_lpmatch returns the data word of the
+ * longest stored prefix covering a key (0 when none does, so a stored data
+ * word of 0 looks like a miss). Every block comes from the size-class
+ * allocator when a context is given and the block is at most
+ * sc_sz_get_max_alloc(sz_ctx) bytes, else from __sc_kmalloc, and goes back
+ * the same way with the size it was taken with.
+ *
+ * Behaviour where the caller errs or the build runs out of room:
+ * - Input is checked, not trusted. A fill_factor of 0, a root_branch above
+ *   31 (the branch field), an entry whose len exceeds 32 or whose address
+ *   has bits set at positions >= len, and a root_branch that would make the
+ *   root read past the end of the address after the entries' common leading
+ *   bits, all fail construction with a level-2 diagnostic
+ *   ("sc_btrie_construct: ..."; an entry error names the first offending
+ *   entry by position, address and length), a null result and nothing
+ *   left taken.
+ * - The node array is first taken at the estimate (n_entries * 200 + 100) /
+ *   fill_factor + 2^root_branch + 100 (never more than the 22-bit index can
+ *   address). When the build needs more it grows the array (a failure to do
+ *   so is reported like the first node-array failure, with the size asked);
+ *   it never writes past the array. A trie needing more than 4,194,304 node
+ *   positions fails with "sc_btrie_construct: more than 4194304 nodes
+ *   needed". The 2,097,152-entry limit keeps prefix positions addressable.
+ * - A trim that cannot get its smaller block leaves that array installed
+ *   (level-4 diagnostic for the entry and prefix arrays, level 2 for the
+ *   node array, whose n_nodes then stays at its first size). Destruction
+ *   still releases it with the size it was taken with, and
+ *   sc_btrie_memory_usage counts it at that size. The lookup path does not
+ *   read this bookkeeping.
+ * - Of several identical entries (same address and length) the one the
+ *   sort places first is kept; which that is depends on sc_qsort.
+ * - sc_btrie_print_stats of a trie built from no entries prints 0 for the
+ *   root branch factor and "0.00 / 0" for the depths; without prefix
+ *   records the path length line reads "0.00 / 0". sc_btrie_print then
+ *   prints no node lines. The trie's address is printed in full
+ *   (zero-padded to at least 8 hex digits where the format says %08x). */
 #ifndef SC_BTRIE_H
 #define SC_BTRIE_H
 

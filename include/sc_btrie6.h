@@ -1,4 +1,24 @@
-/* Static longest-prefix-match trie over IPv6 prefixes. */
+/* Static longest-prefix-match trie over IPv6 prefixes, the IPv4 trie's
+ * design on four-word addresses (word 0 most significant, host byte
+ * order). Below the root no node branches on more than 4 bits, and no
+ * node's branch bits cross a 32-bit word boundary.
+ *
+ * Behaviour where the caller errs or the build runs out of room, as for
+ * sc_btrie (see sc_btrie.h), with these widths:
+ * - rejected with a level-2 diagnostic ("sc_btrie6_construct: ..."), null
+ *   and nothing left taken: a fill_factor of 0, a root_branch above 15,
+ *   an entry longer than 128 or with address bits set at positions >= len,
+ *   a root_branch that would make the root's branch bits cross a word
+ *   boundary after the entries' common leading bits;
+ * - the node array grows when the estimate is short, never past 2,097,152
+ *   positions (21-bit index): beyond that construction fails with
+ *   "sc_btrie6_construct: more than 2097152 nodes needed";
+ * - more than 1,048,576 entries are refused with a console line printed
+ *   whatever the debug level;
+ * - a failed trim keeps the larger array, released and counted at the size
+ *   it was taken with;
+ * - reports of an empty trie or one without prefix records print 0 and
+ *   "0.00 / 0" where there is nothing to measure. */
 #ifndef SC_BTRIE6_H
 #define SC_BTRIE6_H
 
