@@ -5,18 +5,12 @@
 #include <stdint.h>
 
 #include "sc_btrie.h"
+#include "trie/records.h"
 
 namespace vds::trie {
 
-struct Ipv4 {
-  using Trie = sc_btrie;
-  using Entry = sc_btrie_entry;
-  using Prefix = sc_btrie_prefix;
-  using Node = sc_btrie_node;
-  using Iter = sc_btrie_iter;
-  using Item = sc_btrie_item;
-  using DataDestructor = sc_btrie_data_destructor;
-
+struct Ipv4 : Records<sc_btrie, sc_btrie_entry, sc_btrie_prefix, sc_btrie_node,
+                      sc_btrie_iter, sc_btrie_item> {
   static constexpr uint32_t kWords = 1;
   static constexpr uint32_t kBits = 32;
   static constexpr uint32_t kNone = SC_BTRIE_NO_PREFIX;
@@ -27,23 +21,10 @@ struct Ipv4 {
   // Widest node the build chooses below the root (the root may be forced
   // wider by root_branch).
   static constexpr uint32_t kMaxChosenBranch = 31;
-  static constexpr uint32_t kSkipMask = 31;
-  static constexpr uint32_t kLenMask = 63;
 
   static const uint32_t *addr(const Entry &e) { return &e.addr; }
   static uint32_t *addr(Entry &e) { return &e.addr; }
   static uint32_t *addr(Item &i) { return &i.addr; }
-
-  static uint32_t branch(Node n) { return n.branch; }
-  static uint32_t skip(Node n) { return n.skip; }
-  static uint32_t index(Node n) { return n.index; }
-  static Node make_node(uint32_t branch, uint32_t skip, uint32_t index) {
-    Node n;
-    n.branch = branch & kMaxBranch;
-    n.skip = skip & kSkipMask;
-    n.index = index;
-    return n;
-  }
 };
 
 }  // namespace vds::trie

@@ -55,16 +55,22 @@ inline void print_size_line(const char *what, uint32_t bytes) {
             bytes * 9.5367431640625e-07);
 }
 
+// The trie's address, in full, and its three counts.
+template <class F>
+void print_counts(const typename F::Trie *t, const char *format) {
+  sc_printf(format, reinterpret_cast<uintptr_t>(t),
+            static_cast<int>(t->n_entries), static_cast<int>(t->n_prefixes),
+            static_cast<int>(t->n_nodes));
+}
+
 // A trie built from no entries has no nodes: its root branch and depths
 // print as 0. Without prefix records the path lengths print as 0.00 / 0.
 template <class F>
 void print_stats(const typename F::Trie *t) {
   if (!t) return;
   print_rule();
-  sc_printf("Trie %08" PRIxPTR
-            ": n_entries = %d, n_prefixes = %d, n_nodes = %d\n",
-            reinterpret_cast<uintptr_t>(t), static_cast<int>(t->n_entries),
-            static_cast<int>(t->n_prefixes), static_cast<int>(t->n_nodes));
+  print_counts<F>(t, "Trie %08" PRIxPTR
+                     ": n_entries = %d, n_prefixes = %d, n_nodes = %d\n");
   print_size_line("Total", memory_usage<F>(t));
   print_size_line("Nodes",
                   t->n_nodes * static_cast<uint32_t>(sizeof(typename F::Node)));
@@ -119,10 +125,8 @@ template <class F>
 void print(const typename F::Trie *t) {
   if (!t) return;
   print_rule();
-  sc_printf("Trie %" PRIxPTR
-            ", n_entries = %d, n_prefixes = %d, n_nodes = %d\n",
-            reinterpret_cast<uintptr_t>(t), static_cast<int>(t->n_entries),
-            static_cast<int>(t->n_prefixes), static_cast<int>(t->n_nodes));
+  print_counts<F>(
+      t, "Trie %" PRIxPTR ", n_entries = %d, n_prefixes = %d, n_nodes = %d\n");
   print_rule();
   print_heading("Entries");
   for (uint32_t i = 0; i < t->n_entries; ++i) F::print_entry(i, t->entries[i]);
