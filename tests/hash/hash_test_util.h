@@ -27,6 +27,30 @@ inline void record_destroyed(void *val, uint32_t vsz) {
   destroyed().emplace_back(static_cast<char *>(val), vsz);
 }
 
+// Everything an iterator delivers, as key=value, until next() reports the
+// end.
+template <class It, class Next>
+std::vector<std::string> drain(It *it, Next next) {
+  std::vector<std::string> out;
+  void *k, *v;
+  uint32_t ksz, vsz;
+  while (next(it, &k, &ksz, &v, &vsz) == 0)
+    out.push_back(Bytes(static_cast<char *>(k), ksz) + "=" +
+                  Bytes(static_cast<char *>(v), vsz));
+  return out;
+}
+
+// A whole walk with a fresh iterator.
+template <class T, class It, class Next>
+std::vector<std::string> walk(T *t, It *(*construct)(T *), Next next,
+                              void (*destruct)(It *)) {
+  It *it = construct(t);
+  EXPECT_TRUE(it);
+  std::vector<std::string> out = drain(it, next);
+  destruct(it);
+  return out;
+}
+
 // Walks the chains directly (no allocation) and checks the links: every
 // pprev names the link holding its element, every element names its table
 // and lies in its key's bucket, and nelements counts them. Returns

@@ -43,15 +43,8 @@ struct HashFamily {
   void clear() { sc_hash_delete_all(t); }
   void resize(std::mt19937 &) {}
   S walk() {
-    S out;
-    sc_hash_iter *it = sc_hash_iter_construct(t);
-    void *k, *v;
-    uint32_t ksz, vsz;
-    while (sc_hash_iter_next(it, &k, &ksz, &v, &vsz) == 0)
-      out.push_back(Bytes(static_cast<char *>(k), ksz) + "=" +
-                    Bytes(static_cast<char *>(v), vsz));
-    sc_hash_iter_destruct(it);
-    return out;
+    return ht::walk(t, sc_hash_iter_construct, sc_hash_iter_next,
+                    sc_hash_iter_destruct);
   }
 };
 
@@ -85,15 +78,8 @@ struct OhashFamily {
       EXPECT_EQ(sc_ohash_shrink(t, 1u << (rng() % 6)), 0);
   }
   S walk() {
-    S out;
-    sc_ohash_iter *it = sc_ohash_iter_construct(t);
-    void *k, *v;
-    uint32_t ksz, vsz;
-    while (sc_ohash_iter_next(it, &k, &ksz, &v, &vsz) == 0)
-      out.push_back(Bytes(static_cast<char *>(k), ksz) + "=" +
-                    Bytes(static_cast<char *>(v), vsz));
-    sc_ohash_iter_destruct(it);
-    return out;
+    return ht::walk(t, sc_ohash_iter_construct, sc_ohash_iter_next,
+                    sc_ohash_iter_destruct);
   }
 };
 
@@ -126,15 +112,8 @@ struct KhashFamily {
   void clear() { sc_khash_delete_all(t); }
   void resize(std::mt19937 &) {}
   S walk() {
-    S out;
-    sc_khash_iter *it = sc_khash_iter_construct(t);
-    void *k, *v;
-    uint32_t ksz, vsz;
-    while (sc_khash_iter_next(it, &k, &ksz, &v, &vsz) == 0)
-      out.push_back(Bytes(static_cast<char *>(k), ksz) + "=" +
-                    Bytes(static_cast<char *>(v), vsz));
-    sc_khash_iter_destruct(it);
-    return out;
+    return ht::walk(t, sc_khash_iter_construct, sc_khash_iter_next,
+                    sc_khash_iter_destruct);
   }
 };
 

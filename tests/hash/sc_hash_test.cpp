@@ -33,17 +33,9 @@ class HashTest : public HostTest {
     if (sc_hash_find(h, k.data(), k.size(), &v, &vsz) != 0) return "<absent>";
     return Bytes(static_cast<char *>(v), vsz);
   }
-  // Everything an iterator delivers, as key=value.
   static S walk(sc_hash *h) {
-    S out;
-    sc_hash_iter *it = sc_hash_iter_construct(h);
-    void *k, *v;
-    uint32_t ksz, vsz;
-    while (sc_hash_iter_next(it, &k, &ksz, &v, &vsz) == 0)
-      out.push_back(Bytes(static_cast<char *>(k), ksz) + "=" +
-                    Bytes(static_cast<char *>(v), vsz));
-    sc_hash_iter_destruct(it);
-    return out;
+    return ht::walk(h, sc_hash_iter_construct, sc_hash_iter_next,
+                    sc_hash_iter_destruct);
   }
 };
 

@@ -38,15 +38,7 @@ class KhashTest : public HostTest {
     EXPECT_TRUE(e) << k;
     return e;
   }
-  static S walk(sc_khash_iter *it) {
-    S out;
-    void *k, *v;
-    uint32_t ksz, vsz;
-    while (sc_khash_iter_next(it, &k, &ksz, &v, &vsz) == 0)
-      out.push_back(Bytes(static_cast<char *>(k), ksz) + "=" +
-                    Bytes(static_cast<char *>(v), vsz));
-    return out;
-  }
+  static S walk(sc_khash_iter *it) { return ht::drain(it, sc_khash_iter_next); }
 };
 
 TEST_F(KhashTest, BucketArrayComesFromTheSizeClassAllocatorOnlyBelowItsLimit) {

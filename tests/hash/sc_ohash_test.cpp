@@ -36,10 +36,8 @@ class OhashTest : public HostTest {
   }
   // The iteration order, checked against the list's own length.
   static S walk(sc_ohash *t) {
-    S out;
-    sc_ohash_iter *it = sc_ohash_iter_construct(t);
-    for (Bytes s; (s = next(it)) != "<end>";) out.push_back(s);
-    sc_ohash_iter_destruct(it);
+    S out = ht::walk(t, sc_ohash_iter_construct, sc_ohash_iter_next,
+                     sc_ohash_iter_destruct);
     EXPECT_EQ(out.size(), sc_elist_get_size(t->element_list));
     return out;
   }

@@ -30,6 +30,13 @@ namespace vds::hash {
 
 inline constexpr uint32_t roundup4(uint32_t n) { return (n + 3u) & ~3u; }
 
+// Hooks of a family that keeps nothing beside its chains.
+struct NoHooks {
+  static void linked(void *, void *) {}
+  static void unlinking(void *, void *) {}
+  static void release_parts(void *) {}
+};
+
 template <class P>
 struct Chained {
   using T = typename P::Table;
@@ -179,6 +186,21 @@ struct Chained {
     memset(static_cast<void *>(e), 0, sizeof(E));
     P::release(P::ctx(t), e, size);
     t->nelements--;
+  }
+
+  // Lookup and deletion by key: 0 when the key is present, -1 otherwise.
+  static int find(T *t, const void *key, uint32_t ksz, void **val,
+                  uint32_t *vsz) {
+    E *e = *findp(t, key, ksz);
+    if (!e) return -1;
+    get(e, nullptr, nullptr, val, vsz);
+    return 0;
+  }
+  static int erase(T *t, const void *key, uint32_t ksz) {
+    E *e = *findp(t, key, ksz);
+    if (!e) return -1;
+    remove(e);
+    return 0;
   }
 
   // Bucket by bucket, each chain from head to tail.

@@ -11,7 +11,7 @@
 
 namespace {
 
-struct Policy {
+struct Policy : vds::hash::NoHooks {
   using Table = sc_khash;
   using Element = sc_khash_element;
   using SizeArg = std::make_signed_t<size_t>;  // printed with %zd
@@ -54,9 +54,6 @@ struct Policy {
   static void free_buckets(void *ctx, void *p, uint32_t bytes) {
     vds::block_free<vds::SzLimit::kBelow>(ctx, p, bytes, kModule, __LINE__);
   }
-  static void linked(sc_khash *, sc_khash_element *) {}
-  static void unlinking(sc_khash *, sc_khash_element *) {}
-  static void release_parts(sc_khash *) {}
 };
 
 using Core = vds::hash::Chained<Policy>;

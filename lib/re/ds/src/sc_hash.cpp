@@ -9,7 +9,8 @@
 
 namespace {
 
-struct Policy : vds::hash::HeapPolicy<sc_hash, sc_hash_element> {
+struct Policy : vds::hash::HeapPolicy<sc_hash, sc_hash_element>,
+                vds::hash::NoHooks {
   static constexpr const char *kModule = "lib/re/ds/src/sc_hash";
   static constexpr const char *kConstructName = "sc_hash_construct";
   static constexpr const char *kInsertName = "sc_hash_internal_insert";
@@ -23,10 +24,6 @@ struct Policy : vds::hash::HeapPolicy<sc_hash, sc_hash_element> {
       "sc_hash_iter_construct: sc_malloc(%d) failed";
   static constexpr const char *kCorruptFmt =
       "sc_hash_internal_delete: corrupted bucket %" PRIxPTR "\n";
-
-  static void linked(sc_hash *, sc_hash_element *) {}
-  static void unlinking(sc_hash *, sc_hash_element *) {}
-  static void release_parts(sc_hash *) {}
 };
 
 using Core = vds::hash::Chained<Policy>;
@@ -71,17 +68,11 @@ VDS_API int sc_hash_insert(sc_hash *h, const void *key, uint32_t ksz,
 
 VDS_API int sc_hash_find(sc_hash *h, const void *key, uint32_t ksz, void **val,
                          uint32_t *vsz) {
-  sc_hash_element *e = *sc_hash_findp(h, key, ksz);
-  if (!e) return -1;
-  sc_hash_element_get(e, nullptr, nullptr, val, vsz);
-  return 0;
+  return Core::find(h, key, ksz, val, vsz);
 }
 
 VDS_API int sc_hash_delete(sc_hash *h, const void *key, uint32_t ksz) {
-  sc_hash_element *e = *sc_hash_findp(h, key, ksz);
-  if (!e) return -1;
-  sc_hash_internal_delete(e);
-  return 0;
+  return Core::erase(h, key, ksz);
 }
 
 VDS_API void sc_hash_delete_all(sc_hash *h) { Core::remove_all(h); }

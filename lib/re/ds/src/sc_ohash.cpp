@@ -105,10 +105,7 @@ VDS_API int sc_ohash_insert(sc_ohash *t, const void *key, uint32_t ksz,
 
 VDS_API int sc_ohash_find(sc_ohash *t, const void *key, uint32_t ksz,
                           void **val, uint32_t *vsz) {
-  sc_ohash_element *e = *sc_ohash_findp(t, key, ksz);
-  if (!e) return -1;
-  sc_ohash_element_get(e, nullptr, nullptr, val, vsz);
-  return 0;
+  return Core::find(t, key, ksz, val, vsz);
 }
 
 VDS_API sc_ohash_element **sc_ohash_findp(sc_ohash *t, const void *key,
@@ -121,10 +118,7 @@ VDS_API uint32_t sc_ohash_hash(sc_ohash *t, const void *key, uint32_t ksz) {
 }
 
 VDS_API int sc_ohash_delete(sc_ohash *t, const void *key, uint32_t ksz) {
-  sc_ohash_element *e = *sc_ohash_findp(t, key, ksz);
-  if (!e) return -1;
-  sc_ohash_internal_delete(e);
-  return 0;
+  return Core::erase(t, key, ksz);
 }
 
 VDS_API void sc_ohash_internal_delete(sc_ohash_element *e) { Core::remove(e); }
