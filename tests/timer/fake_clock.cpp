@@ -3,10 +3,8 @@
 
 #include "wheel_check.h"
 
-namespace fake_clock {
-uint32_t seconds = 1000;
-long reads = 0;
-}  // namespace fake_clock
+uint32_t fake_clock::seconds = 1000;
+long fake_clock::reads = 0;
 
 extern "C" int gettimeofday(struct timeval *__restrict tv,
                             void *__restrict) noexcept {
