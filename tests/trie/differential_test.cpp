@@ -15,8 +15,7 @@ using tt::Addr;
 
 template <class F>
 class TrieDifferential : public HostTest {};
-using Families = ::testing::Types<tt::V4, tt::V6>;
-TYPED_TEST_SUITE(TrieDifferential, Families);
+TYPED_TEST_SUITE(TrieDifferential, tt::Families);
 
 // Longest-prefix match by brute force over the distinct input prefixes:
 // for each stored length, longest first, look the key's prefix up.

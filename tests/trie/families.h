@@ -7,7 +7,10 @@
 
 #include <array>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "gtest/gtest.h"
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
 
@@ -124,6 +127,38 @@ Addr step(Addr a, int delta) {
     if (delta > 0 ? a[w] > before : a[w] < before) break;
   }
   return a;
+}
+
+using Families = ::testing::Types<V4, V6>;
+
+// The documentation's example: A a /8 (IPv6 /32), B and C two /16s (/48s)
+// inside it, D elsewhere, E the default route; data 0xA to 0xE.
+template <class F>
+std::vector<typename F::Entry> example() {
+  if (F::kWords == 1)
+    return {F::entry({0x0A000000}, 8, 0xA), F::entry({0x0A010000}, 16, 0xB),
+            F::entry({0x0A020000}, 16, 0xC), F::entry({0xC0A80100}, 24, 0xD),
+            F::entry({}, 0, 0xE)};
+  return {F::entry({0x20010DB8}, 32, 0xA),
+          F::entry({0x20010DB8, 0x10000}, 48, 0xB),
+          F::entry({0x20010DB8, 0x20000}, 48, 0xC),
+          F::entry({0xFE800000}, 10, 0xD), F::entry({}, 0, 0xE)};
+}
+
+// Keys of the example and the data they find.
+template <class F>
+std::vector<std::pair<Addr, uint32_t>> example_lookups() {
+  if (F::kWords == 1)
+    return {{{0x0A010203}, 0xB},
+            {{0x0A030001}, 0xA},
+            {{0x0B000000}, 0xE},
+            {{0x40000001}, 0xE},
+            {{0xC0A80107}, 0xD}};
+  return {{{0x20010DB8, 0x10000, 0, 5}, 0xB},
+          {{0x20010DB8, 0x30000, 0, 1}, 0xA},
+          {{0x20010DB9, 0, 0, 1}, 0xE},
+          {{0xFE800000, 0, 0, 1}, 0xD},
+          {{0x40000000, 0, 0, 1}, 0xE}};
 }
 
 }  // namespace tt
