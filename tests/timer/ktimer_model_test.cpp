@@ -65,26 +65,26 @@ struct Model {
     m.top_fired += m.depth == 0;
     for (int n = m.chaos ? m.pick(4) : 0; n > 0; n--) m.meddle();
   }
+  // Creates (0), cancels (1) or resets (2) a timer; creates in an empty set.
+  void change(uint32_t what) {
+    long id = any();
+    if (what == 0 || !id)
+      create();
+    else if (what == 1)
+      cancel(id);
+    else
+      reset(id);
+  }
   void meddle() {
-    switch (pick(6)) {
-      case 0:
-        create();
-        break;
-      case 1:
-        if (long id = any()) cancel(id);
-        break;
-      case 2:
-        if (long id = any()) reset(id);
-        break;
-      case 3:
-        sc_ktimers_debug(set);
-        break;
-      default:
-        if (depth < 2) {
-          ++depth;
-          sc_ktimers_poll_ex(set, pick(3), 0);
-          --depth;
-        }
+    uint32_t what = pick(6);
+    if (what < 3) {
+      change(what);
+    } else if (what == 3) {
+      sc_ktimers_debug(set);
+    } else if (depth < 2) {
+      ++depth;
+      sc_ktimers_poll_ex(set, pick(3), 0);
+      --depth;
     }
   }
 
@@ -133,29 +133,15 @@ struct Model {
   }
 
   void step() {
-    switch (pick(10)) {
-      case 0:
-      case 1:
-      case 2:
-        create();
-        break;
-      case 3:
-        if (long id = any()) cancel(id);
-        break;
-      case 4:
-        if (long id = any()) reset(id);
-        break;
-      case 5:
-        fake_clock::seconds += pick(3) ? pick(200) : -pick(30);
-        break;
-      case 6:
-      case 7:
-        poll(0);
-        break;
-      default:
-        fire_all = pick(4) == 0;
-        poll(int(pick(5)) - 1);
-        fire_all = false;
+    uint32_t what = pick(10);
+    if (what < 5) {
+      change(what < 3 ? 0 : what - 2);
+    } else if (what == 5) {
+      fake_clock::seconds += pick(3) ? pick(200) : -pick(30);
+    } else {
+      fire_all = what == 9;
+      poll(what < 8 ? 0 : int(pick(5)) - 1);
+      fire_all = false;
     }
     check();
   }

@@ -12,6 +12,7 @@
 #include <stdint.h>
 #include <string.h>
 #include <sys/time.h>
+#include <sys/types.h>
 
 #include "diag.h"
 #include "sc_host.h"
@@ -36,6 +37,22 @@ template <typename Node>
 inline Node *skip_markers(Node *n) {
   while (n && is_marker(n)) n = n->next;
   return n;
+}
+
+// A timer or cell from the set's size-class context. On failure reports
+// `failure`, a format taking the record's size, and returns null.
+template <typename T>
+T *sz_take(sc_ktimers *set, const char *failure) {
+  auto *p = static_cast<T *>(
+      __sc_szalloc(set->sz_ctx, sizeof(T), 0, kModule, __LINE__));
+  if (!p)
+    VDS_DIAG(vds::kFailure, kModule, failure, static_cast<ssize_t>(sizeof(T)));
+  return p;
+}
+
+template <typename T>
+void sz_give(sc_ktimers *set, T *p) {
+  __sc_szfree(set->sz_ctx, p, sizeof(T), kModule, __LINE__);
 }
 
 inline sc_ktimer_bucket *bucket_of(sc_ktimers *set, uint32_t secs) {
@@ -120,13 +137,13 @@ inline void cell_unlink(sc_ktimers *set, sc_ktimer_bucket *b,
 inline void cell_release_if_empty(sc_ktimers *set, sc_ktimer_cell *c) {
   if (c->head) return;
   cell_unlink(set, bucket_of(set, c->secs), c);
-  __sc_szfree(set->sz_ctx, c, sizeof *c, kModule, __LINE__);
+  sz_give(set, c);
 }
 
 // Clears and releases a timer already off its cell.
 inline void timer_free(sc_ktimers *set, sc_ktimer *t) {
   memset(t, 0, sizeof *t);
-  __sc_szfree(set->sz_ctx, t, sizeof *t, kModule, __LINE__);
+  sz_give(set, t);
 }
 
 // Disarms and releases an armed timer, with its cell and the cell's bucket

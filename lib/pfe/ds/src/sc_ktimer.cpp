@@ -2,7 +2,6 @@
 #include "sc_ktimer.h"
 
 #include <string.h>
-#include <sys/types.h>
 
 #include "api.h"
 #include "diag.h"
@@ -20,13 +19,9 @@ sc_ktimer_cell *sc_ktimers_cell(sc_ktimers *set, uint32_t secs) {
   for (sc_ktimer_cell *c = b->cells; c; last = c, c = c->next)
     if (!is_marker(c) && c->secs == secs) return c;
 
-  auto *c = static_cast<sc_ktimer_cell *>(
-      __sc_szalloc(set->sz_ctx, sizeof(sc_ktimer_cell), 0, kModule, __LINE__));
-  if (!c) {
-    VDS_DIAG(vds::kFailure, kModule, "sc_ktimers_cell: sc_szalloc(%zd) failed",
-             static_cast<ssize_t>(sizeof(sc_ktimer_cell)));
-    return nullptr;
-  }
+  auto *c =
+      sz_take<sc_ktimer_cell>(set, "sc_ktimers_cell: sc_szalloc(%zd) failed");
+  if (!c) return nullptr;
   c->next = nullptr;
   c->secs = secs;
   c->head = c->tail = nullptr;
@@ -72,7 +67,7 @@ VDS_API void sc_ktimers_destruct(sc_ktimers *set) {
         next_t = t->next;
         timer_free(set, t);
       }
-      __sc_szfree(set->sz_ctx, c, sizeof *c, kModule, __LINE__);
+      sz_give(set, c);
     }
   }
   set->sz_ctx = nullptr;
@@ -81,17 +76,12 @@ VDS_API void sc_ktimers_destruct(sc_ktimers *set) {
 
 VDS_API sc_ktimer *sc_ktimer_create(sc_ktimers *set, uint32_t secs,
                                     sc_ktimer_callback callback, void *arg) {
-  auto *t = static_cast<sc_ktimer *>(
-      __sc_szalloc(set->sz_ctx, sizeof(sc_ktimer), 0, kModule, __LINE__));
-  if (!t) {
-    VDS_DIAG(vds::kFailure, kModule, "ktimer_create: sc_szalloc(%zd) failed",
-             static_cast<ssize_t>(sizeof(sc_ktimer)));
-    return nullptr;
-  }
+  auto *t = sz_take<sc_ktimer>(set, "ktimer_create: sc_szalloc(%zd) failed");
+  if (!t) return nullptr;
   memset(t, 0, sizeof *t);
   sc_ktimer_cell *c = sc_ktimers_cell(set, secs);
   if (!c) {
-    __sc_szfree(set->sz_ctx, t, sizeof *t, kModule, __LINE__);
+    sz_give(set, t);
     return nullptr;
   }
   t->callback = callback;
