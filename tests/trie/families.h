@@ -4,6 +4,7 @@
 #pragma once
 
 #include <stdint.h>
+#include <string.h>
 
 #include <array>
 #include <string>
@@ -18,92 +19,69 @@ namespace tt {
 
 using Addr = std::array<uint32_t, 4>;
 
-struct V4 {
-  using Trie = sc_btrie;
-  using Entry = sc_btrie_entry;
-  using Iter = sc_btrie_iter;
-  using Item = sc_btrie_item;
-  static constexpr uint32_t kWords = 1, kBits = 32;
+// What the two families' records have in common.
+template <class TrieT, class EntryT, class IterT, class ItemT, uint32_t W>
+struct Family {
+  using Trie = TrieT;
+  using Entry = EntryT;
+  using Iter = IterT;
+  using Item = ItemT;
+  static constexpr uint32_t kWords = W, kBits = 32 * W;
+
+  static Entry entry(const Addr &a, uint32_t len, uint32_t data) {
+    Entry e{};
+    memcpy(&e.addr, a.data(), 4 * W);
+    e.len = len;
+    e.data = data;
+    return e;
+  }
+  template <class R>  // an entry or an item
+  static Addr addr(const R &r) {
+    Addr a{};
+    memcpy(a.data(), &r.addr, 4 * W);
+    return a;
+  }
+};
+
+struct V4 : Family<sc_btrie, sc_btrie_entry, sc_btrie_iter, sc_btrie_item, 1> {
   static constexpr uint32_t kNone = SC_BTRIE_NO_PREFIX;
   static constexpr uint32_t kMaxEntries = 0x200000;
-  static constexpr uint32_t kIndexLimit = 1u << 22;
   static constexpr uint32_t kMaxBranch = 31, kMaxChosenBranch = 31;
   static constexpr const char *kModule = "lib/pfe/ds/src/sc_btrie";
   static constexpr const char *kName = "sc_btrie_construct";
-
-  static Entry entry(const Addr &a, uint32_t len, uint32_t data) {
-    Entry e{};
-    e.addr = a[0];
-    e.len = len;
-    e.data = data;
-    return e;
-  }
-  static Addr addr(const Entry &e) { return {e.addr, 0, 0, 0}; }
-  static Addr addr(const Item &i) { return {i.addr, 0, 0, 0}; }
-  static Trie *construct(void *ctx, const Entry *in, uint32_t n, uint32_t fill,
-                         uint32_t root) {
-    return sc_btrie_construct(ctx, in, n, fill, root);
-  }
-  static void destruct(Trie *t) { sc_btrie_destruct(t); }
+  static constexpr auto construct = sc_btrie_construct;
+  static constexpr auto destruct = sc_btrie_destruct;
+  static constexpr auto iter = sc_btrie_iter_construct;
+  static constexpr auto next = sc_btrie_iter_next;
+  static constexpr auto iter_destruct = sc_btrie_iter_destruct;
+  static constexpr auto set_destructor = sc_btrie_set_data_destructor;
+  static constexpr auto memory = sc_btrie_memory_usage;
+  static constexpr auto print = sc_btrie_print;
+  static constexpr auto stats = sc_btrie_print_stats;
   static uint32_t lpmatch(const Trie *t, const Addr &k) {
     return sc_btrie_lpmatch(t, k[0]);
   }
-  static Iter *iter(Trie *t) { return sc_btrie_iter_construct(t); }
-  static int next(Iter *it, Item *item) { return sc_btrie_iter_next(it, item); }
-  static void iter_destruct(Iter *it) { sc_btrie_iter_destruct(it); }
-  static void set_destructor(Trie *t, void (*d)(uint32_t)) {
-    sc_btrie_set_data_destructor(t, d);
-  }
-  static uint32_t memory(const Trie *t) { return sc_btrie_memory_usage(t); }
-  static void print(const Trie *t) { sc_btrie_print(t); }
-  static void stats(const Trie *t) { sc_btrie_print_stats(t); }
 };
 
-struct V6 {
-  using Trie = sc_btrie6;
-  using Entry = sc_btrie6_entry;
-  using Iter = sc_btrie6_iter;
-  using Item = sc_btrie6_item;
-  static constexpr uint32_t kWords = 4, kBits = 128;
+struct V6
+    : Family<sc_btrie6, sc_btrie6_entry, sc_btrie6_iter, sc_btrie6_item, 4> {
   static constexpr uint32_t kNone = SC_BTRIE6_NO_PREFIX;
   static constexpr uint32_t kMaxEntries = 0x100000;
-  static constexpr uint32_t kIndexLimit = 1u << 21;
   static constexpr uint32_t kMaxBranch = 15, kMaxChosenBranch = 4;
   static constexpr const char *kModule = "lib/pfe/ds/src/sc_btrie6";
   static constexpr const char *kName = "sc_btrie6_construct";
-
-  static Entry entry(const Addr &a, uint32_t len, uint32_t data) {
-    Entry e{};
-    for (int w = 0; w < 4; ++w) e.addr[w] = a[w];
-    e.len = len;
-    e.data = data;
-    return e;
-  }
-  static Addr addr(const Entry &e) {
-    return {e.addr[0], e.addr[1], e.addr[2], e.addr[3]};
-  }
-  static Addr addr(const Item &i) {
-    return {i.addr[0], i.addr[1], i.addr[2], i.addr[3]};
-  }
-  static Trie *construct(void *ctx, const Entry *in, uint32_t n, uint32_t fill,
-                         uint32_t root) {
-    return sc_btrie6_construct(ctx, in, n, fill, root);
-  }
-  static void destruct(Trie *t) { sc_btrie6_destruct(t); }
+  static constexpr auto construct = sc_btrie6_construct;
+  static constexpr auto destruct = sc_btrie6_destruct;
+  static constexpr auto iter = sc_btrie6_iter_construct;
+  static constexpr auto next = sc_btrie6_iter_next;
+  static constexpr auto iter_destruct = sc_btrie6_iter_destruct;
+  static constexpr auto set_destructor = sc_btrie6_set_data_destructor;
+  static constexpr auto memory = sc_btrie6_memory_usage;
+  static constexpr auto print = sc_btrie6_print;
+  static constexpr auto stats = sc_btrie6_print_stats;
   static uint32_t lpmatch(const Trie *t, const Addr &k) {
     return sc_btrie6_lpmatch(t, k.data());
   }
-  static Iter *iter(Trie *t) { return sc_btrie6_iter_construct(t); }
-  static int next(Iter *it, Item *item) {
-    return sc_btrie6_iter_next(it, item);
-  }
-  static void iter_destruct(Iter *it) { sc_btrie6_iter_destruct(it); }
-  static void set_destructor(Trie *t, void (*d)(uint32_t)) {
-    sc_btrie6_set_data_destructor(t, d);
-  }
-  static uint32_t memory(const Trie *t) { return sc_btrie6_memory_usage(t); }
-  static void print(const Trie *t) { sc_btrie6_print(t); }
-  static void stats(const Trie *t) { sc_btrie6_print_stats(t); }
 };
 
 // Address a with every bit at a position >= len cleared, or set (ones).
