@@ -6,7 +6,6 @@
 #include <random>
 #include <tuple>
 
-#include "test_host.h"
 #include "wheel_check.h"
 
 namespace {

@@ -1,10 +1,9 @@
-// The set's structure, reset, rejection of disarmed records, allocation
+// The set's structure, clock reads, rejection of disarmed records, allocation
 // failures, destruction and the dump.
 #include <stdio.h>
 
 #include <string>
 
-#include "test_host.h"
 #include "wheel_check.h"
 
 namespace {
@@ -20,24 +19,13 @@ std::string ptr(const void *p) {
   return buf;
 }
 
-class KtimerSet : public HostTest {
+class KtimerSet : public TimerSetTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    fake_clock::seconds = 1000;
-    ASSERT_NE(set_ = sc_ktimers_construct(ctx_), nullptr);
-  }
-  void TearDown() override {
-    sc_ktimers_destruct(set_);  // releases what a test leaves armed
-    HostTest::TearDown();
-  }
   sc_ktimer *create(uint32_t secs, void *arg = nullptr) {
     sc_ktimer *t = sc_ktimer_create(set_, secs, noop, arg);
     EXPECT_NE(t, nullptr);
     return t;
   }
-  th::Ctx ctx_{64};
-  sc_ktimers *set_ = nullptr;
 };
 
 // Timeouts equal modulo 128 share a bucket, each with its own cell in the
@@ -63,24 +51,6 @@ TEST_F(KtimerSet, BucketsCellsAndTheActiveList) {
   EXPECT_EQ(b5->next, b9);
   EXPECT_EQ(sc_ktimer_cancel(b), 0);
   EXPECT_EQ(set_->active->next, nullptr);
-}
-
-// Reset re-arms from the present second and keeps each cell in expiry
-// order, also when the clock has stepped back.
-TEST_F(KtimerSet, ResetMovesTheTimerBehindThoseDueNoLater) {
-  sc_ktimer *a = create(10), *b = create(10), *c = create(10);
-  fake_clock::seconds = 1004;
-  EXPECT_EQ(sc_ktimer_reset(c), 0);  // the tail: only its expiry changes
-  EXPECT_EQ(c->expires, 1014u);
-  EXPECT_EQ(sc_ktimer_reset(a), 0);
-  EXPECT_EQ(check_links(set_), (Timers{b, c, a}));
-  fake_clock::seconds = 900;
-  EXPECT_EQ(sc_ktimer_reset(a), 0);
-  sc_ktimer *d = create(10);
-  EXPECT_EQ(check_links(set_), (Timers{a, d, b, c}));
-  fake_clock::seconds = 1004;
-  EXPECT_EQ(sc_ktimer_reset(a), 0);  // due with c: goes behind it
-  EXPECT_EQ(check_links(set_), (Timers{d, b, c, a}));
 }
 
 TEST_F(KtimerSet, TheClockIsReadOncePerCreateResetPollAndDump) {

@@ -1,5 +1,5 @@
-// Shared by the timer tests: a clock the tests set by hand, and a check of
-// every link of a timer set.
+// Shared by the timer tests: a clock the tests set by hand, a check of
+// every link of a timer set, and a fixture holding one set.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "sc_ktimer.h"
+#include "test_host.h"
 
 namespace fake_clock {
 extern uint32_t seconds;  // what every gettimeofday call returns
@@ -45,3 +46,20 @@ inline std::vector<sc_ktimer *> check_links(sc_ktimers *set) {
     EXPECT_TRUE(listed[i] || !set->buckets[i].cells) << i;
   return out;
 }
+
+// A set on a size-class context, at second 1000; destroyed with whatever
+// the test leaves armed in it.
+class TimerSetTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    fake_clock::seconds = 1000;
+    ASSERT_NE(set_ = sc_ktimers_construct(ctx_), nullptr);
+  }
+  void TearDown() override {
+    sc_ktimers_destruct(set_);
+    HostTest::TearDown();
+  }
+  th::Ctx ctx_{64};
+  sc_ktimers *set_ = nullptr;
+};
