@@ -5,27 +5,30 @@
  * active list that a poll walks. The clock is gettimeofday's seconds, read
  * once per create, reset, poll and dump.
  *
- * Behaviour beyond the basic contract:
+ * Behaviour a caller can rely on beyond that:
  * - A poll survives whatever its callbacks do to the set, short of
- *   destroying it: cancelling or resetting the timer or cell it visits next,
- *   emptying the bucket it is in, or re-activating a bucket it has passed.
- *   No timer fires twice and none is lost. While the poll holds a position
- *   it keeps a private marker in the set's lists (a bucket without cells, a
- *   cell without timers, a timer without a cell); the dump skips markers, and
- *   code walking the lists from a callback must skip them too. A bucket that
- *   is re-activated after the poll passed it is not walked again by that
- *   poll; its timers wait for the next one.
- * - A callback may create timers. A timer created or reset during a poll in
- *   a cell the poll has yet to visit, or behind the poll's position in the
- *   cell it is working on, fires in that same poll when it is due.
+ *   destroying it: cancelling or resetting the timer or cell it would visit
+ *   next, emptying the bucket it is in, re-activating a bucket it has
+ *   passed, or polling the set again. No timer fires twice and none that
+ *   the poll would reach is skipped. To hold its place the poll links
+ *   private markers into the set's lists while a callback runs (a bucket
+ *   without cells, a cell without timers, a timer without a cell); the dump
+ *   skips them, and code that walks the lists from a callback must too.
+ * - A timer created or reset by a callback fires in the same poll when it is
+ *   due and the poll has still to reach it: in a bucket or cell further on,
+ *   or behind a timer of its own cell still to come. Behind the last timer
+ *   the poll fires in a cell, or in a bucket the poll has passed (even one
+ *   that comes back to the front of the active list), it waits for the next
+ *   poll.
  * - sc_ktimers_destruct releases the timers and cells still pending without
  *   calling their callbacks, so destroying a set never leaks.
- * - A clock that steps backwards never makes a timer fire early or late:
- *   create and reset place the timer among its cell's timers by expiry (after
- *   any timer due at the same second), so a cell stays in expiry order
- *   whatever the clock does. With a clock that never steps back this is
- *   always the cell's tail. Expiry is seconds + reading modulo 2^32, compared
- *   unsigned against the poll's reading. */
+ * - A clock that steps backwards never makes a timer fire early, and never
+ *   holds a due timer back behind one that is not due: create and reset
+ *   place a timer behind the timers of its cell due no later than it, so a
+ *   cell stays in expiry order whatever the clock does. While the clock does
+ *   not step back that place is the cell's tail.
+ * - Expiry is the arming reading plus the timeout, modulo 2^32, and a timer
+ *   is due when the poll's reading is not below it (unsigned). */
 #ifndef SC_KTIMER_H
 #define SC_KTIMER_H
 
