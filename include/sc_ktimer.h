@@ -15,11 +15,12 @@
  *   without cells, a cell without timers, a timer without a cell); the dump
  *   skips them, and code that walks the lists from a callback must too.
  * - A timer created or reset by a callback fires in the same poll when it is
- *   due and the poll has still to reach it: in a bucket or cell further on,
- *   or behind a timer of its own cell still to come. Behind the last timer
- *   the poll fires in a cell, or in a bucket the poll has passed (even one
- *   that comes back to the front of the active list), it waits for the next
- *   poll.
+ *   due and the poll has still to reach it: in a bucket further along the
+ *   active list, in a cell further along the chain of the bucket being
+ *   polled (unless the poll is already in the chain's last cell), or behind
+ *   a timer of its own cell still to come. Otherwise, including in a bucket
+ *   the poll has passed that comes back to the front of the active list, it
+ *   waits for the next poll.
  * - sc_ktimers_destruct releases the timers and cells still pending without
  *   calling their callbacks, so destroying a set never leaks.
  * - A clock that steps backwards never makes a timer fire early, and never
