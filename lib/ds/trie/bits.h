@@ -29,6 +29,7 @@ uint32_t first_difference(const uint32_t *a, const uint32_t *b, uint32_t pos) {
 // Whether the first len bits of a and b are equal (len 0: always).
 template <uint32_t W>
 bool same_prefix(const uint32_t *a, const uint32_t *b, uint32_t len) {
+  if constexpr (W == 1) return len == 0 || (a[0] ^ b[0]) >> (32 - len) == 0;
   uint32_t full = len >> 5;
   for (uint32_t w = 0; w < full; ++w)
     if (a[w] != b[w]) return false;

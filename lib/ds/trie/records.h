@@ -4,10 +4,14 @@
 
 #include <stdint.h>
 
+#include <bit>
+
 namespace vds::trie {
 
+// Node words are decoded from one 32-bit load: branch in the low bits, then
+// skip, then index, the layout the records' bit-fields have on the target.
 template <class TrieT, class EntryT, class PrefixT, class NodeT, class IterT,
-          class ItemT>
+          class ItemT, uint32_t BranchBits, uint32_t SkipBits>
 struct Records {
   using Trie = TrieT;
   using Entry = EntryT;
@@ -16,9 +20,15 @@ struct Records {
   using Iter = IterT;
   using Item = ItemT;
 
-  static uint32_t branch(Node n) { return n.branch; }
-  static uint32_t skip(Node n) { return n.skip; }
-  static uint32_t index(Node n) { return n.index; }
+  static_assert(std::bit_cast<uint32_t>(Node{1, 2, 3}) ==
+                (1u | 2u << BranchBits | 3u << (BranchBits + SkipBits)));
+
+  static uint32_t word(Node n) { return std::bit_cast<uint32_t>(n); }
+  static uint32_t branch(Node n) { return word(n) & ((1u << BranchBits) - 1); }
+  static uint32_t skip(Node n) {
+    return word(n) >> BranchBits & ((1u << SkipBits) - 1);
+  }
+  static uint32_t index(Node n) { return word(n) >> (BranchBits + SkipBits); }
   // Values wider than a field keep their low bits (a leaf's skip is the
   // entry's remaining length kept to the field's width).
   static Node make_node(uint32_t branch, uint32_t skip, uint32_t index) {
