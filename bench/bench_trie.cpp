@@ -91,7 +91,7 @@ std::vector<sc_btrie6_entry> ipv6_table(uint32_t n, std::mt19937 &rng) {
 
 struct Result {
   double build_s, random_mlps, table_mlps;
-  uint32_t memory, entries, prefixes, nodes;
+  uint32_t memory, entries, prefixes, nodes, root_branch;
   uint64_t check;
 };
 
@@ -109,6 +109,7 @@ Result measure(Build build, Lookup lookup, const Keys &random_keys,
   r.entries = t->n_entries;
   r.prefixes = t->n_prefixes;
   r.nodes = t->n_nodes;
+  r.root_branch = t->nodes[0].branch;
   for (int pass = 0; pass < 2; ++pass) {
     const Keys &keys = pass ? table_keys : random_keys;
     double best = 1e9;
@@ -127,12 +128,14 @@ Result measure(Build build, Lookup lookup, const Keys &random_keys,
 
 void report(const char *name, uint32_t n, uint32_t fill, uint32_t root,
             const Result &r) {
-  printf("%-5s %7u prefixes fill %3u root %2u: build %6.1f ms, %8.2f MB "
-         "(%5.1f B/prefix; %u entries, %u prefix records, %u nodes), "
-         "lookups %6.1f M/s random, %6.1f M/s in-table  [check %llx]\n",
-         name, n, fill, root, r.build_s * 1e3, r.memory / 1048576.0,
-         double(r.memory) / n, r.entries, r.prefixes, r.nodes, r.random_mlps,
-         r.table_mlps, (unsigned long long)r.check);
+  printf(
+      "%-5s %7u prefixes fill %3u root_branch %2u: build %6.1f ms, "
+      "%6.2f MB (%4.1f B/prefix; %u entries, %u prefix records, %u nodes, "
+      "root branch %u), lookups %5.1f M/s random, %5.1f M/s in-table "
+      "[check %llx]\n",
+      name, n, fill, root, r.build_s * 1e3, r.memory / 1048576.0,
+      double(r.memory) / n, r.entries, r.prefixes, r.nodes, r.root_branch,
+      r.random_mlps, r.table_mlps, (unsigned long long)r.check);
 }
 
 struct Lookup4 {
@@ -187,7 +190,8 @@ int main() {
   for (auto &k : table6) {
     const sc_btrie6_entry &e = v6[rng() % n6];
     k = {{e.addr[0], e.addr[1], uint32_t(rng()), uint32_t(rng())}};
-    if (e.len < 64) k.w[1] |= uint32_t(rng()) & ~(e.len > 32 ? mask(e.len - 32) : 0);
+    if (e.len < 64)
+      k.w[1] |= uint32_t(rng()) & ~(e.len > 32 ? mask(e.len - 32) : 0);
   }
   for (uint32_t root : {0u, 12u}) {
     auto r = measure<sc_btrie6>(
