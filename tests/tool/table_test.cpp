@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+
+#include "lpm_match.h"
+#include "lpm_table.h"
+
+namespace {
+
+using namespace lpm;
+
+Addr addr(const char *text) {
+  Family f;
+  Addr a;
+  EXPECT_TRUE(parse_addr(text, f, a)) << text;
+  return a;
+}
+
+TEST(TableLines, PrefixAndRangeLinesOfBothFamilies) {
+  Table t;
+  std::string why;
+  const char *good[] = {
+      "# a comment",
+      "",
+      "   \t",
+      "10.0.0.0/8 7",
+      "192.168.1.0/24   # no data: its position among IPv4 prefixes",
+      "2001:db8::/32 4294967295\r",
+      "0.0.0.0/0",
+      "1.0.0.0,1.0.0.255,13335,\"Cloudflare, Inc.\"",
+      "1.0.4.0, 1.0.8.0 ,38803",  // 1.0.4.0/22 and 1.0.8.0/32
+      "2001:200::,2001:200:1b9:ffff:ffff:ffff:ffff:ffff,2500,WIDE # x",
+  };
+  for (const char *line : good) ASSERT_TRUE(parse_line(line, t, why)) << why;
+
+  ASSERT_EQ(t.v4.size(), 6u);
+  EXPECT_EQ(t.v4[0].addr, 0x0A000000u);
+  EXPECT_EQ(t.v4[0].len, 8u);
+  EXPECT_EQ(t.v4[0].data, 7u);
+  EXPECT_EQ(t.v4[0].prefix, SC_BTRIE_NO_PREFIX);
+  EXPECT_EQ(t.v4[1].data, 2u);
+  EXPECT_EQ(t.v4[2].len, 0u);
+  EXPECT_EQ(t.v4[2].data, 3u);
+  EXPECT_EQ(t.v4[3].len, 24u);
+  EXPECT_EQ(t.v4[3].data, 13335u);
+  EXPECT_EQ(t.v4[4].addr, 0x01000400u);
+  EXPECT_EQ(t.v4[4].len, 22u);
+  EXPECT_EQ(t.v4[5].addr, 0x01000800u);
+  EXPECT_EQ(t.v4[5].len, 32u);
+
+  EXPECT_EQ(t.v6[0].addr[0], 0x20010db8u);
+  EXPECT_EQ(t.v6[0].data, 4294967295u);
+  EXPECT_EQ(t.v6[0].prefix, SC_BTRIE6_NO_PREFIX);
+  // 2001:200::/48 .. 2001:200:1b9::/48 is 0x1ba = 0b110111010 blocks of
+  // /48: one prefix per set bit, 6.
+  ASSERT_EQ(t.v6.size(), 1u + 6u);
+  for (size_t i = 1; i < t.v6.size(); ++i) EXPECT_EQ(t.v6[i].data, 2500u);
+}
+
+TEST(TableLines, BadLinesAreRefusedWithTheReasonAndAddNothing) {
+  struct Case {
+    const char *line, *why;
+  } cases[] = {
+      {"10.0.0.0",
+       "expected ADDRESS/LEN [DATA] or START,END,NUMBER, got "
+       "'10.0.0.0'"},
+      {"10.0.0.256/8", "bad address '10.0.0.256'"},
+      {"10.0.0.0/33", "bad prefix length '33' (0 to 32 for IPv4)"},
+      {"::/129", "bad prefix length '129' (0 to 128 for IPv6)"},
+      {"10.0.0.0/", "bad prefix length '' (0 to 32 for IPv4)"},
+      {"10.1.0.0/8 3", "address '10.1.0.0' has bits set beyond its length /8"},
+      {"10.0.0.0/8 x", "bad data word 'x' (an unsigned 32-bit number)"},
+      {"10.0.0.0/8 4294967296",
+       "bad data word '4294967296' (an unsigned 32-bit number)"},
+      {"10.0.0.0/8 1 2", "bad data word '1 2' (an unsigned 32-bit number)"},
+      {"1.0.0.0,1.0.0.255",
+       "expected START,END,NUMBER, got '1.0.0.0,1.0.0.255'"},
+      {"1.0.0.x,1.0.0.255,5", "bad range start '1.0.0.x'"},
+      {"1.0.0.0,,5", "bad range end ''"},
+      {"1.0.0.0,::1,5", "range '1.0.0.0' to '::1' mixes IPv4 and IPv6"},
+      {"1.0.0.9,1.0.0.8,5",
+       "range end '1.0.0.8' lies before its start '1.0.0.9'"},
+      {"1.0.0.0,1.0.0.8,-1", "bad number '-1' (an unsigned 32-bit number)"},
+  };
+  for (const Case &c : cases) {
+    Table t;
+    std::string why;
+    EXPECT_FALSE(parse_line(c.line, t, why)) << c.line;
+    EXPECT_EQ(why, c.why);
+    EXPECT_TRUE(t.v4.empty() && t.v6.empty()) << c.line;
+  }
+}
+
+TEST(TableFiles, TheFirstBadLineIsNamedByFileAndLine) {
+  const char text[] = "10.0.0.0/8 1\n# fine\n\n10.0.0.0/40 2\n11.0.0.0/8 3\n";
+  FILE *in = fmemopen(const_cast<char *>(text), sizeof text - 1, "r");
+  Table t;
+  std::string error;
+  EXPECT_FALSE(load_table(in, "routes.txt", t, error));
+  fclose(in);
+  EXPECT_EQ(error, "routes.txt:4: bad prefix length '40' (0 to 32 for IPv4)");
+  EXPECT_EQ(t.v4.size(), 1u);
+
+  // A last line without its newline, and a line longer than one read.
+  std::string long_line = "12.0.0.0/8" + std::string(5000, ' ') + "9";
+  std::string ok = "10.0.0.0/8 1\n" + long_line + "\n2001::/16 5";
+  in = fmemopen(ok.data(), ok.size(), "r");
+  Table t2;
+  EXPECT_TRUE(load_table(in, "x", t2, error)) << error;
+  fclose(in);
+  ASSERT_EQ(t2.v4.size(), 2u);
+  EXPECT_EQ(t2.v4[1].data, 9u);
+  ASSERT_EQ(t2.v6.size(), 1u);
+}
+
+TEST(PrefixIndex, FindsTheLongestCoveringPrefix) {
+  PrefixIndex idx(Family::v6, {{addr("2001:db8::"), 32},
+                               {addr("2001:db8:1::"), 48},
+                               {addr("::"), 0},
+                               {addr("2001:db8:1::1"), 128}});
+  Prefix m;
+  ASSERT_TRUE(idx.longest(addr("2001:db8:1::1"), m));
+  EXPECT_EQ(m.len, 128u);
+  ASSERT_TRUE(idx.longest(addr("2001:db8:1::2"), m));
+  EXPECT_EQ(m.len, 48u);
+  EXPECT_EQ(m.addr, addr("2001:db8:1::"));
+  ASSERT_TRUE(idx.longest(addr("2001:db8:2::"), m));
+  EXPECT_EQ(m.len, 32u);
+  ASSERT_TRUE(idx.longest(addr("fe80::"), m));
+  EXPECT_EQ(m.len, 0u);
+
+  PrefixIndex v4(Family::v4, {{addr("10.0.0.0"), 8}});
+  EXPECT_FALSE(v4.longest(addr("11.0.0.0"), m));
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+#include "lpm_addr.h"
+
+#include <arpa/inet.h>
+
+namespace lpm {
+
+bool parse_addr(std::string_view text, Family &family, Addr &addr) {
+  char buf[INET6_ADDRSTRLEN];
+  if (text.empty() || text.size() >= sizeof buf) return false;
+  text.copy(buf, text.size());
+  buf[text.size()] = '\0';
+  unsigned char bytes[16];
+  int af = text.find(':') == std::string_view::npos ? AF_INET : AF_INET6;
+  if (inet_pton(af, buf, bytes) != 1) return false;
+  family = af == AF_INET ? Family::v4 : Family::v6;
+  addr = Addr{};
+  for (unsigned i = 0; i < (af == AF_INET ? 4u : 16u); ++i)
+    addr.w[i / 4] |= uint32_t{bytes[i]} << (24 - 8 * (i % 4));
+  return true;
+}
+
+std::string format_addr(Family family, const Addr &addr) {
+  unsigned char bytes[16];
+  for (unsigned i = 0; i < 16; ++i)
+    bytes[i] = static_cast<unsigned char>(addr.w[i / 4] >> (24 - 8 * (i % 4)));
+  char buf[INET6_ADDRSTRLEN];
+  inet_ntop(family == Family::v4 ? AF_INET : AF_INET6, bytes, buf, sizeof buf);
+  return buf;
+}
+
+Addr mask_to(const Addr &a, unsigned len) {
+  Addr m;
+  for (unsigned i = 0; i < 4; ++i) {
+    unsigned start = 32 * i;
+    if (len >= start + 32)
+      m.w[i] = a.w[i];
+    else if (len > start)
+      m.w[i] = a.w[i] & ~(~0u >> (len - start));
+  }
+  return m;
+}
+
+}  // namespace lpm

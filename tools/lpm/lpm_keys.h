@@ -1,0 +1,42 @@
+// Lookup keys for benchmarks, and a clock.
+#pragma once
+
+#include <stdint.h>
+
+#include <random>
+#include <vector>
+
+#include "lpm_addr.h"
+
+namespace lpm {
+
+// n keys, each with even odds either inside a prefix of `entries` picked at
+// random (random bits beyond its length) or uniform over the address space.
+// The same seed gives the same keys.
+template <typename Ops>
+std::vector<typename Ops::Key> draw_keys(
+    const std::vector<typename Ops::Entry> &entries, size_t n,
+    uint64_t seed = 1) {
+  std::mt19937_64 rng(seed);
+  std::vector<typename Ops::Key> keys;
+  keys.reserve(n);
+  for (size_t i = 0; i < n; ++i) {
+    Addr random;
+    for (uint32_t &w : random.w) w = static_cast<uint32_t>(rng());
+    if (entries.empty() || rng() % 2) {
+      keys.push_back(Ops::addr_key(mask_to(random, width(Ops::family))));
+      continue;
+    }
+    const auto &e = entries[rng() % entries.size()];
+    Addr base = Ops::entry_addr(e), host = mask_to(random, width(Ops::family));
+    Addr net_bits = mask_to(host, Ops::entry_len(e));
+    for (unsigned w = 0; w < 4; ++w) base.w[w] |= host.w[w] ^ net_bits.w[w];
+    keys.push_back(Ops::addr_key(base));
+  }
+  return keys;
+}
+
+// Monotonic seconds.
+double now_seconds();
+
+}  // namespace lpm

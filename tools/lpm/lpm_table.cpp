@@ -1,0 +1,160 @@
+#include "lpm_table.h"
+
+#include <charconv>
+
+#include "lpm_ranges.h"
+
+namespace lpm {
+namespace {
+
+std::string_view trim(std::string_view s) {
+  const char *space = " \t\r\n";
+  size_t b = s.find_first_not_of(space);
+  if (b == std::string_view::npos) return {};
+  return s.substr(b, s.find_last_not_of(space) - b + 1);
+}
+
+bool parse_u32(std::string_view s, uint32_t &v) {
+  auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+  return ec == std::errc() && end == s.data() + s.size();
+}
+
+std::string quoted(std::string_view s) {
+  std::string q(s.size() + 2, '\'');
+  s.copy(q.data() + 1, s.size());
+  return q;
+}
+
+void add(Table &t, Family f, const Addr &addr, unsigned len, uint32_t data) {
+  if (f == Family::v4)
+    t.v4.push_back(make_entry4(addr, len, data));
+  else
+    t.v6.push_back(make_entry6(addr, len, data));
+}
+
+bool parse_prefix_line(std::string_view line, Table &t, std::string &why) {
+  line = trim(line.substr(0, line.find('#')));
+  size_t gap = line.find_first_of(" \t");
+  std::string_view pfx = line.substr(0, gap);
+  std::string_view rest =
+      gap == std::string_view::npos ? "" : trim(line.substr(gap));
+  size_t slash = pfx.find('/');
+  if (slash == std::string_view::npos) {
+    why =
+        "expected ADDRESS/LEN [DATA] or START,END,NUMBER, got " + quoted(line);
+    return false;
+  }
+  Family f;
+  Addr addr;
+  if (!parse_addr(pfx.substr(0, slash), f, addr)) {
+    why = "bad address " + quoted(pfx.substr(0, slash));
+    return false;
+  }
+  uint32_t len;
+  if (!parse_u32(pfx.substr(slash + 1), len) || len > width(f)) {
+    why = "bad prefix length " + quoted(pfx.substr(slash + 1)) + " (0 to " +
+          std::to_string(width(f)) + " for " + family_name(f) + ")";
+    return false;
+  }
+  if (mask_to(addr, len) != addr) {
+    why = "address " + quoted(pfx.substr(0, slash)) +
+          " has bits set beyond its length /" + std::to_string(len);
+    return false;
+  }
+  uint32_t data =
+      static_cast<uint32_t>((f == Family::v4 ? t.v4.size() : t.v6.size()) + 1);
+  if (!rest.empty() && !parse_u32(rest, data)) {
+    why = "bad data word " + quoted(rest) + " (an unsigned 32-bit number)";
+    return false;
+  }
+  add(t, f, addr, len, data);
+  return true;
+}
+
+bool parse_range_line(std::string_view line, Table &t, std::string &why) {
+  std::string_view field[3], rest = line;
+  for (unsigned i = 0; i < 3; ++i) {
+    size_t comma = rest.find(',');
+    if (comma == std::string_view::npos && i < 2) {
+      why = "expected START,END,NUMBER, got " + quoted(line);
+      return false;
+    }
+    field[i] = trim(rest.substr(0, comma));
+    rest = comma == std::string_view::npos ? "" : rest.substr(comma + 1);
+  }
+  Family f1, f2;
+  Addr first, last;
+  uint32_t number;
+  if (!parse_addr(field[0], f1, first)) {
+    why = "bad range start " + quoted(field[0]);
+  } else if (!parse_addr(field[1], f2, last)) {
+    why = "bad range end " + quoted(field[1]);
+  } else if (f1 != f2) {
+    why = "range " + quoted(field[0]) + " to " + quoted(field[1]) +
+          " mixes IPv4 and IPv6";
+  } else if (last < first) {
+    why = "range end " + quoted(field[1]) + " lies before its start " +
+          quoted(field[0]);
+  } else if (!parse_u32(field[2], number)) {
+    why = "bad number " + quoted(field[2]) + " (an unsigned 32-bit number)";
+  } else {
+    std::vector<Prefix> prefixes;
+    range_to_prefixes(f1, first, last, prefixes);
+    for (const Prefix &p : prefixes) add(t, f1, p.addr, p.len, number);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+sc_btrie_entry make_entry4(const Addr &addr, unsigned len, uint32_t data) {
+  sc_btrie_entry e{};
+  e.addr = addr.w[0];
+  e.len = len & 63u;
+  e.prefix = SC_BTRIE_NO_PREFIX;
+  e.data = data;
+  return e;
+}
+
+sc_btrie6_entry make_entry6(const Addr &addr, unsigned len, uint32_t data) {
+  sc_btrie6_entry e{};
+  for (unsigned i = 0; i < 4; ++i) e.addr[i] = addr.w[i];
+  e.len = len & 255u;
+  e.prefix = SC_BTRIE6_NO_PREFIX;
+  e.data = data;
+  return e;
+}
+
+bool parse_line(std::string_view line, Table &table, std::string &why) {
+  std::string_view body = trim(line);
+  if (body.empty() || body[0] == '#') return true;
+  if (body.find(',') != std::string_view::npos &&
+      body.find(',') < body.find('#'))
+    return parse_range_line(body, table, why);
+  return parse_prefix_line(body, table, why);
+}
+
+bool load_table(FILE *in, const std::string &name, Table &table,
+                std::string &error) {
+  std::string line, why;
+  unsigned long lineno = 0;
+  char buf[4096];
+  while (fgets(buf, sizeof buf, in)) {
+    line += buf;
+    if (line.back() != '\n' && !feof(in)) continue;  // a longer line
+    ++lineno;
+    if (!parse_line(line, table, why)) {
+      error = name + ":" + std::to_string(lineno) + ": " + why;
+      return false;
+    }
+    line.clear();
+  }
+  if (ferror(in)) {
+    error = name + ": read error";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace lpm

@@ -1,0 +1,40 @@
+// Prefix tables as the tool reads them: one line each, either
+//   ADDRESS/LEN [DATA]           a prefix; DATA defaults to the prefix's
+//                                1-based position among its family's prefixes
+//   START,END,NUMBER[,...]       an inclusive range, split into the fewest
+//                                covering prefixes, each with NUMBER as data
+// with '#' starting a comment (in prefix lines anywhere, in range lines only
+// at the start) and blank lines ignored. Both families may share one file.
+#pragma once
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lpm_addr.h"
+#include "sc_btrie.h"
+#include "sc_btrie6.h"
+
+namespace lpm {
+
+struct Table {
+  std::vector<sc_btrie_entry> v4;
+  std::vector<sc_btrie6_entry> v6;
+};
+
+// Adds the prefixes of one line to the table. On a bad line returns false
+// with the reason in `why` and leaves the table as it was.
+bool parse_line(std::string_view line, Table &table, std::string &why);
+
+// Reads every line of `in`. On the first bad line returns false with
+// "NAME:LINE: reason" in `error`; the table then holds only earlier lines.
+bool load_table(FILE *in, const std::string &name, Table &table,
+                std::string &error);
+
+sc_btrie_entry make_entry4(const Addr &addr, unsigned len, uint32_t data);
+sc_btrie6_entry make_entry6(const Addr &addr, unsigned len, uint32_t data);
+
+}  // namespace lpm
