@@ -20,7 +20,7 @@ struct Expected {
   bool trie_returned;
 };
 
-// The failures of the example with a duplicate (6 entries, 3 leaves, 2
+// The failures of the reference set with a duplicate (6 entries, 3 leaves, 2
 // prefixes, an estimate of 115 nodes, 7 used), in allocation order. Some
 // IPv6 messages name the IPv4 operation.
 template <class F>
@@ -44,7 +44,7 @@ std::vector<Expected> expected_failures() {
 
 template <class F>
 void sweep_construction(void *ctx, uint32_t max_alloc) {
-  auto in = tt::example<F>();
+  auto in = tt::reference_set<F>();
   in.push_back(in[2]);  // a duplicate, so that every array is trimmed
   auto expected = expected_failures<F>();
   int points = th::sweep([&](long k) {
@@ -68,7 +68,7 @@ void sweep_construction(void *ctx, uint32_t max_alloc) {
     if (!t) return;
     // Whatever trim failed, the trie answers as a trimmed one, counts the
     // bytes it holds and releases each block with its size.
-    for (auto &[key, data] : tt::example_lookups<F>())
+    for (auto &[key, data] : tt::reference_lookups<F>())
       EXPECT_EQ(F::lpmatch(t, key), data);
     EXPECT_EQ(F::memory(t), th::live_bytes());
     static int calls;
@@ -94,7 +94,7 @@ TYPED_TEST(TrieFailure, EveryConstructionAllocationFailsCleanly) {
 
 TYPED_TEST(TrieFailure, IteratorAllocationFailsCleanly) {
   using F = TypeParam;
-  auto in = tt::example<F>();
+  auto in = tt::reference_set<F>();
   const uint32_t size = sizeof(typename F::Iter);
   for (uint32_t max : {0u, size - 1, size}) {
     th::Ctx ctx(max);
@@ -208,7 +208,7 @@ TYPED_TEST(TrieFailure, TooManyEntriesIsRefused) {
 // writing nodes no index can reach; one bit narrower fits.
 TEST(TrieNodeLimit, NodesBeyondTheIndexFail) {
   th::reset();
-  auto in = tt::example<tt::V4>();
+  auto in = tt::reference_set<tt::V4>();
   EXPECT_EQ(sc_btrie_construct(nullptr, in.data(), 5, 50, 22), nullptr);
   EXPECT_EQ(th::diag_text(),
             "sc_btrie_construct: more than 4194304 nodes needed\n");

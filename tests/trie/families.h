@@ -109,10 +109,10 @@ Addr step(Addr a, int delta) {
 
 using Families = ::testing::Types<V4, V6>;
 
-// The documentation's example: A a /8 (IPv6 /32), B and C two /16s (/48s)
+// The five-prefix reference set: A a /8 (IPv6 /32), B and C two /16s (/48s)
 // inside it, D elsewhere, E the default route; data 0xA to 0xE.
 template <class F>
-std::vector<typename F::Entry> example() {
+std::vector<typename F::Entry> reference_set() {
   if (F::kWords == 1)
     return {F::entry({0x0A000000}, 8, 0xA), F::entry({0x0A010000}, 16, 0xB),
             F::entry({0x0A020000}, 16, 0xC), F::entry({0xC0A80100}, 24, 0xD),
@@ -123,9 +123,9 @@ std::vector<typename F::Entry> example() {
           F::entry({0xFE800000}, 10, 0xD), F::entry({}, 0, 0xE)};
 }
 
-// Keys of the example and the data they find.
+// Keys of the reference set and the data they find.
 template <class F>
-std::vector<std::pair<Addr, uint32_t>> example_lookups() {
+std::vector<std::pair<Addr, uint32_t>> reference_lookups() {
   if (F::kWords == 1)
     return {{{0x0A010203}, 0xB},
             {{0x0A030001}, 0xA},

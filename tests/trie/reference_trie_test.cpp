@@ -1,4 +1,4 @@
-// The documentation's example trie, word for word: node words, lookups,
+// A five-prefix reference trie, word for word: node words, lookups,
 // iteration order, statistics and dump.
 #include <inttypes.h>
 #include <stdio.h>
@@ -12,8 +12,8 @@
 namespace {
 
 template <class F>
-class TrieExample : public HostTest {};
-TYPED_TEST_SUITE(TrieExample, tt::Families);
+class ReferenceTrie : public HostTest {};
+TYPED_TEST_SUITE(ReferenceTrie, tt::Families);
 
 const std::string kRule = std::string(59, '-') + "\n";
 
@@ -23,10 +23,10 @@ std::string hex(const void *p, const char *format) {
   return buf;
 }
 
-TYPED_TEST(TrieExample, NodesLookupsIterationAndStatistics) {
+TYPED_TEST(ReferenceTrie, NodesLookupsIterationAndStatistics) {
   using F = TypeParam;
   const bool v4 = F::kWords == 1;
-  auto in = tt::example<F>();
+  auto in = tt::reference_set<F>();
   typename F::Trie *t = F::construct(nullptr, in.data(), 5, 50, 0);
   ASSERT_TRUE(t);
   EXPECT_EQ(t->n_entries, 3u);
@@ -46,7 +46,7 @@ TYPED_TEST(TrieExample, NodesLookupsIterationAndStatistics) {
   // The array was taken at the estimate (115 nodes), then trimmed.
   EXPECT_EQ(th::blocks()[3].size, 460u);
 
-  for (auto &[key, data] : tt::example_lookups<F>())
+  for (auto &[key, data] : tt::reference_lookups<F>())
     EXPECT_EQ(F::lpmatch(t, key), data) << std::hex << key[0];
 
   // Each leaf entry, then its chain, with the entry's own address.
@@ -84,9 +84,9 @@ TYPED_TEST(TrieExample, NodesLookupsIterationAndStatistics) {
   F::destruct(t);
 }
 
-TEST(TrieExampleDump, Ipv4) {
+TEST(ReferenceTrieDump, Ipv4) {
   th::reset();
-  auto in = tt::example<tt::V4>();
+  auto in = tt::reference_set<tt::V4>();
   sc_btrie *t = sc_btrie_construct(nullptr, in.data(), 5, 50, 0);
   sc_btrie_print(t);
   EXPECT_EQ(th::console(),
@@ -111,9 +111,9 @@ TEST(TrieExampleDump, Ipv4) {
   th::expect_clean();
 }
 
-TEST(TrieExampleDump, Ipv6) {
+TEST(ReferenceTrieDump, Ipv6) {
   th::reset();
-  auto in = tt::example<tt::V6>();
+  auto in = tt::reference_set<tt::V6>();
   sc_btrie6 *t = sc_btrie6_construct(nullptr, in.data(), 5, 50, 0);
   sc_btrie6_print(t);
   const std::string db8 = "00100000000000010000110110111000000000000000";
