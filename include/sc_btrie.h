@@ -4,9 +4,9 @@
  * entries, then only read: sc_btrie_lpmatch returns the data word of the
  * longest stored prefix covering a key (0 when none does, so a stored data
  * word of 0 looks like a miss). Every block comes from the size-class
- * allocator when a context is given and the block is at most
- * sc_sz_get_max_alloc(sz_ctx) bytes, else from __sc_kmalloc, and goes back
- * the same way with the size it was taken with.
+ * allocator when a context is given and the block is no larger than the
+ * context's limit (sc_sz_get_max_alloc), else from __sc_kmalloc, and goes
+ * back the same way with the size it was taken with.
  *
  * Behaviour where the caller errs or the build runs out of room:
  * - Input is checked, not trusted. A fill_factor of 0, a root_branch above

@@ -4,7 +4,7 @@
  * node's branch bits cross a 32-bit word boundary.
  *
  * Behaviour where the caller errs or the build runs out of room, as for
- * sc_btrie (see sc_btrie.h), with these widths:
+ * the IPv4 trie (see sc_btrie.h), with these widths:
  * - rejected with a level-2 diagnostic ("sc_btrie6_construct: ..."), null
  *   and nothing left taken: a fill_factor of 0, a root_branch above 15,
  *   an entry longer than 128 or with address bits set at positions >= len,
