@@ -30,11 +30,13 @@ typedef struct sc_khash_element {
   uint16_t vsz; /* key at (char *)e + sizeof *e, value at key + roundup4(ksz) */
 } sc_khash_element;
 
-/* An element's key bytes (ksz of them) and value bytes (vsz of them). */
-static inline void *sc_khash_element_key(sc_khash_element *e) {
+/* An element's key bytes (ksz of them) and value bytes (vsz of them).
+ * Defined here and not exported by the library; the parenthesised names
+ * mark them as header-only. */
+static inline void *(sc_khash_element_key)(sc_khash_element *e) {
   return (char *)e + sizeof *e;
 }
-static inline void *sc_khash_element_val(sc_khash_element *e) {
+static inline void *(sc_khash_element_val)(sc_khash_element *e) {
   return (char *)e + sizeof *e + ((e->ksz + 3u) & ~3u);
 }
 
