@@ -113,12 +113,7 @@ Options parse_options(int argc, char **argv) {
       o.addresses.push_back(a);
     }
   }
-#ifdef VELL_LPM_DEFAULT_TABLES
-  if (o.tables.empty()) {
-    const char *defaults[] = {VELL_LPM_DEFAULT_TABLES};
-    o.tables.assign(std::begin(defaults), std::end(defaults));
-  }
-#endif
+  if (o.tables.empty()) o.tables = default_tables();
   if (o.tables.empty()) fail("no table given (see --help)");
   return o;
 }

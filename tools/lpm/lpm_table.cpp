@@ -126,6 +126,14 @@ sc_btrie6_entry make_entry6(const Addr &addr, unsigned len, uint32_t data) {
   return e;
 }
 
+std::vector<std::string> default_tables() {
+#ifdef VELL_LPM_DEFAULT_TABLES
+  return {VELL_LPM_DEFAULT_TABLES};
+#else
+  return {};
+#endif
+}
+
 bool parse_line(std::string_view line, Table &table, std::string &why) {
   std::string_view body = trim(line);
   if (body.empty() || body[0] == '#') return true;

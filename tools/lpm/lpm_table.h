@@ -34,6 +34,10 @@ bool parse_line(std::string_view line, Table &table, std::string &why);
 bool load_table(FILE *in, const std::string &name, Table &table,
                 std::string &error);
 
+// The embedded table's files (the shipped tables, unpacked in the build
+// tree); empty when the build could not unpack them.
+std::vector<std::string> default_tables();
+
 sc_btrie_entry make_entry4(const Addr &addr, unsigned len, uint32_t data);
 sc_btrie6_entry make_entry6(const Addr &addr, unsigned len, uint32_t data);
 
