@@ -95,8 +95,6 @@ S failure_texts(const char *module, Body body) {
 template <class F, class T, class E, class It>
 struct Family {
   T *t = F::make(8);
-  Family() = default;
-  Family(const Family &) = delete;
   ~Family() { F::destroy(t); }
   F &self() { return static_cast<F &>(*this); }
 
@@ -157,10 +155,15 @@ struct Family {
   static std::string iter_failure() {
     return fails("_iter_construct", F::kAlloc, sizeof(It));
   }
+  static S construct_failures(uint32_t n) {
+    return {fails("_construct", F::kAlloc, sizeof(T)),
+            fails("_construct", F::kArrayAlloc, n * sizeof(void *)) + "\n"};
+  }
 };
 
 struct HashFamily : Family<HashFamily, sc_hash, sc_hash_element, sc_hash_iter> {
-  static constexpr const char *kName = "sc_hash", *kAlloc = "sc_malloc";
+  static constexpr const char *kName = "sc_hash", *kAlloc = "sc_malloc",
+                              *kArrayAlloc = "sc_malloc";
   static constexpr const char *kModule = "lib/re/ds/src/sc_hash";
   static constexpr bool kListOrder = false;  // walks in bucket order
   FAMILY_CALLS(sc_hash);
@@ -168,16 +171,18 @@ struct HashFamily : Family<HashFamily, sc_hash, sc_hash_element, sc_hash_iter> {
     return sc_hash_construct(n, record_destroyed);
   }
   static std::string addr(const void *p) { return hex(p); }
-  static S construct_failures(uint32_t n) {
-    return {fails("_construct", kAlloc, sizeof(sc_hash)),
-            fails("_construct", kAlloc, n * sizeof(void *)) + "\n"};
-  }
   // The family has no extra piece: the split is ignored.
   bool insert(std::string_view k, const Bytes &v, size_t) {
     return sc_hash_insert(t, k.data(), k.size(), v.data(), v.size()) == 0;
   }
   bool erase(std::string_view k) {
     return sc_hash_delete(t, k.data(), k.size()) == 0;
+  }
+  std::optional<Bytes> find(std::string_view k) {
+    void *v;
+    uint32_t vsz;
+    if (sc_hash_find(t, k.data(), k.size(), &v, &vsz) != 0) return {};
+    return Bytes(static_cast<char *>(v), vsz);
   }
   uint32_t index(std::string_view k) {
     return sc_hash_hash(t, k.data(), k.size());
@@ -187,7 +192,8 @@ struct HashFamily : Family<HashFamily, sc_hash, sc_hash_element, sc_hash_iter> {
 
 struct OhashFamily
     : Family<OhashFamily, sc_ohash, sc_ohash_element, sc_ohash_iter> {
-  static constexpr const char *kName = "sc_ohash", *kAlloc = "sc_malloc";
+  static constexpr const char *kName = "sc_ohash", *kAlloc = "sc_malloc",
+                              *kArrayAlloc = "sc_malloc";
   static constexpr const char *kModule = "lib/re/ds/src/sc_ohash";
   static constexpr bool kListOrder = true;  // walks in insertion order
   FAMILY_CALLS(sc_ohash);
@@ -196,10 +202,12 @@ struct OhashFamily
   }
   static std::string addr(const void *p) { return hex(p); }
   static S construct_failures(uint32_t n) {
-    return {fails("_construct", kAlloc, sizeof(sc_ohash)),
-            fails("_construct", kAlloc, n * sizeof(void *)) + "\n",
-            "[lib/re/ds/src/sc_elist] sc_elist_construct[tbl]: sc_malloc(" +
-                num(sizeof(sc_elist)) + ") failed\n"};
+    S out = Family::construct_failures(n);
+    out.push_back(
+        "[lib/re/ds/src/sc_elist] sc_elist_construct[tbl]: "
+        "sc_malloc(" +
+        num(sizeof(sc_elist)) + ") failed\n");
+    return out;
   }
   // The value is stored as its bytes before `split`, then the extra piece.
   bool insert(std::string_view k, const Bytes &v, size_t split) {
@@ -208,6 +216,12 @@ struct OhashFamily
   }
   bool erase(std::string_view k) {
     return sc_ohash_delete(t, k.data(), k.size()) == 0;
+  }
+  std::optional<Bytes> find(std::string_view k) {
+    void *v;
+    uint32_t vsz;
+    if (sc_ohash_find(t, k.data(), k.size(), &v, &vsz) != 0) return {};
+    return Bytes(static_cast<char *>(v), vsz);
   }
   uint32_t index(std::string_view k) {
     return sc_ohash_hash(t, k.data(), k.size());
@@ -222,7 +236,8 @@ struct OhashFamily
 
 struct KhashFamily
     : Family<KhashFamily, sc_khash, sc_khash_element, sc_khash_iter> {
-  static constexpr const char *kName = "sc_khash", *kAlloc = "sc_szalloc";
+  static constexpr const char *kName = "sc_khash", *kAlloc = "sc_szalloc",
+                              *kArrayAlloc = "sc_kmalloc";
   static constexpr const char *kModule = "lib/pfe/ds/src/sc_khash";
   static constexpr bool kListOrder = false;
   FAMILY_CALLS(sc_khash);
@@ -234,10 +249,6 @@ struct KhashFamily
     return sc_khash_construct(n, ctx(), record_destroyed);
   }
   static std::string addr(const void *p) { return ptr(p); }
-  static S construct_failures(uint32_t n) {
-    return {fails("_construct", kAlloc, sizeof(sc_khash)),
-            fails("_construct", "sc_kmalloc", n * sizeof(void *)) + "\n"};
-  }
   bool insert(std::string_view k, const Bytes &v, size_t split) {
     return sc_khash_internal_insert(t, k.data(), k.size(), v.data(), split,
                                     v.data() + split, v.size() - split);

@@ -49,18 +49,5 @@ TEST_F(HashTest, SerializeFailuresLeaveNothingBehind) {
             (S{iter, "sc_hash_serialize: sc_malloc(13) failed\n", iter}));
 }
 
-// A null value reserves its bytes; find hands out their address.
-TEST_F(HashTest, NullValueReservesItsBytes) {
-  HashFamily f;
-  ASSERT_EQ(sc_hash_insert(f.t, "n", 1, nullptr, 8), 0);
-  void *v = nullptr;
-  uint32_t vsz = 0;
-  ASSERT_EQ(sc_hash_find(f.t, "n", 1, &v, &vsz), 0);
-  EXPECT_EQ(vsz, 8u);
-  EXPECT_EQ(v, reinterpret_cast<char *>(f.element("n")) +
-                   sizeof(sc_hash_element) + 4);
-  EXPECT_EQ(th::blocks().back().size, sizeof(sc_hash_element) + 4 + 8);
-}
-
 }  // namespace
 }  // namespace ht
