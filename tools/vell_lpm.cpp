@@ -140,8 +140,12 @@ struct FamilyTrie {
   double build_seconds = 0;
   PrefixIndex index;
 
-  FamilyTrie(const std::vector<typename Ops::Entry> &e, const Options &o)
-      : entries(e), index(Ops::family, prefixes_of(e)) {
+  size_t duplicates;
+
+  FamilyTrie(std::vector<typename Ops::Entry> &e, const Options &o)
+      : entries(e),
+        index(Ops::family, prefixes_of(e)),
+        duplicates(keep_first_of_duplicates<Ops>(e)) {
     if (e.empty()) return;  // lookups then find nothing
     double t0 = now_seconds();
     trie = Ops::construct(e.data(), static_cast<uint32_t>(e.size()), o.fill,
@@ -168,6 +172,11 @@ struct FamilyTrie {
     }
     printf("%s: %zu prefixes, trie built in %.1f ms, %u bytes\n", name,
            entries.size(), build_seconds * 1e3, Ops::memory(trie));
+    if (duplicates)
+      printf(
+          "%s: %zu repeated prefixes ignored (the first line of each "
+          "counts)\n",
+          name, duplicates);
     if (o.stats) Ops::print_stats(trie);
     if (o.print) Ops::print(trie);
     if (o.list) list();

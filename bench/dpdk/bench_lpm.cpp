@@ -66,12 +66,13 @@ void densify(std::vector<Entry> &in) {
 template <class Ops>
 void run_case(const char *title, std::vector<typename Ops::Entry> in,
               size_t n_keys, bool peer_ready) {
+  size_t dropped = keep_first_of_duplicates<Ops>(in);
   densify(in);
   auto keys = draw_keys<Ops>(in, n_keys);
   printf(
-      "\n%s: %zu prefixes, %zu keys (half within the prefixes, half "
-      "uniform)\n  %-10s %10s %11s %12s %12s\n",
-      title, in.size(), n_keys, "library", "build ms", "memory MB",
+      "\n%s: %zu prefixes (%zu repeated ones dropped), %zu keys (half "
+      "within the prefixes, half uniform)\n  %-10s %10s %11s %12s %12s\n",
+      title, in.size(), dropped, n_keys, "library", "build ms", "memory MB",
       "single M/s", "bulk M/s");
   const uint32_t n = static_cast<uint32_t>(keys.size());
   std::vector<uint32_t> ours_out(n), out(n);

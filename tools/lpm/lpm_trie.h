@@ -4,7 +4,9 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <array>
+#include <vector>
 
 #include "lpm_addr.h"
 #include "sc_btrie.h"
@@ -99,5 +101,36 @@ struct Ops6 {
     return {a.w[0], a.w[1], a.w[2], a.w[3]};
   }
 };
+
+// Drops every entry whose address and length an earlier entry already has,
+// so the first of them wins (a trie keeps an unspecified one, other
+// libraries the last). Keeps the order; returns the number dropped.
+template <class Ops>
+size_t keep_first_of_duplicates(std::vector<typename Ops::Entry> &entries) {
+  struct Key {
+    Addr addr;
+    unsigned len;
+    size_t pos;
+  };
+  std::vector<Key> keys;
+  keys.reserve(entries.size());
+  for (size_t i = 0; i < entries.size(); ++i)
+    keys.push_back(
+        {Ops::entry_addr(entries[i]), Ops::entry_len(entries[i]), i});
+  std::sort(keys.begin(), keys.end(), [](const Key &a, const Key &b) {
+    if (a.addr != b.addr) return a.addr < b.addr;
+    return a.len != b.len ? a.len < b.len : a.pos < b.pos;
+  });
+  std::vector<bool> drop(entries.size(), false);
+  for (size_t i = 1; i < keys.size(); ++i)
+    if (keys[i].addr == keys[i - 1].addr && keys[i].len == keys[i - 1].len)
+      drop[keys[i].pos] = true;
+  size_t kept = 0;
+  for (size_t i = 0; i < entries.size(); ++i)
+    if (!drop[i]) entries[kept++] = entries[i];
+  size_t dropped = entries.size() - kept;
+  entries.resize(kept);
+  return dropped;
+}
 
 }  // namespace lpm
