@@ -8,12 +8,15 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 
-# Public names: every function declared in a family header, plus sc_kctype.
-# The host headers declare what the library imports, not what it exports.
-ls "$top"/include/sc_*.h | grep -v '/sc_host' |
-  xargs cat | tr -s ' \n' ' ' | grep -oE '\bsc_[a-z0-9_]+ *\(' |
-  grep -vE '_(cmp|destructor|callback) *\($' | tr -d ' (' |
-  sort -u >"$tmp/public"
+# Public names: every function declared in a family header, plus sc_kctype;
+# inline helpers defined in a header are not part of the library. The host
+# headers declare what the library imports, not what it exports.
+ls "$top"/include/sc_*.h | grep -v '/sc_host' | xargs cat |
+  sed 's@//.*@@' | tr -s ' \n' ' ' | sed 's@/\*[^*]*\*\+\([^/*][^*]*\*\+\)*/@@g' >"$tmp/decls"
+grep -oE '\bsc_[a-z0-9_]+ *\(' "$tmp/decls" | tr -d ' (' | sort -u >"$tmp/all"
+{ grep -oE 'inline [^(]*\bsc_[a-z0-9_]+ *\(' "$tmp/decls" || true; } |
+  { grep -oE 'sc_[a-z0-9_]+ *\($' || true; } | tr -d ' (' | sort -u >"$tmp/inline"
+comm -23 "$tmp/all" "$tmp/inline" >"$tmp/public"
 echo sc_kctype >>"$tmp/public"
 sort -u -o "$tmp/public" "$tmp/public"
 
