@@ -1,10 +1,10 @@
 // Batched longest-prefix match for both trie families. A lookup is a chain
 // of dependent loads (node words, then the leaf entry and its prefix
 // chain), so a single walk spends most of its time waiting for memory. Here
-// a group of walks advances one level at a time, each issuing the prefetch
-// of its next node word before the others take their step, so the misses of
-// the whole group overlap. Every result is the single lookup's: the walks
-// are the engine's own steps, only their order changes.
+// several walks take turns, each prefetching its next load before the
+// others take their step, so their misses overlap. Every result is the
+// single lookup's: the walks are the engine's own steps, only their order
+// changes.
 #include <string.h>
 
 #include "api.h"
@@ -24,6 +24,16 @@ constexpr uint32_t kGroup = 16;
 
 inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
 
+template <class L>
+struct Slot {
+  Cursor<L> c;
+  uint32_t key;  // position of the walk's key in the batch
+};
+
+// A pipeline of kGroup walks: each pass moves every walk one load further
+// (a node word, or at the leaf the entry and its chain), having prefetched
+// that load one pass earlier; a finished walk hands its slot to the next
+// key at once, so the pipeline stays full whatever the walks' depths.
 // keys holds n keys of L::kWords words each.
 template <class L>
 void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
@@ -34,31 +44,38 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
     return;
   }
   const typename L::Node *nodes = t->nodes;
-  for (uint32_t base = 0; base < n; base += kGroup) {
-    const uint32_t m = n - base < kGroup ? n - base : kGroup;
-    const uint32_t *key = keys + base * L::kWords;
-    Cursor<L> c[kGroup];
-    for (uint32_t j = 0; j < m; ++j) {
-      c[j] = root;
-      if (walk_internal(c[j]))
-        prefetch(&nodes[walk_child(c[j], key + j * L::kWords)]);
-    }
-    // Level-synchronous descent: a walk that reached its leaf sits out.
-    for (bool moving = true; moving;) {
-      moving = false;
-      for (uint32_t j = 0; j < m; ++j) {
-        if (!walk_internal(c[j])) continue;
-        const uint32_t *k = key + j * L::kWords;
-        walk_step(nodes, k, c[j]);
-        if (walk_internal(c[j])) {
-          prefetch(&nodes[walk_child(c[j], k)]);
-          moving = true;
-        }
+  // Prefetches what the walk reads next: a child node word, or its entry.
+  auto prefetch_next = [&](const Cursor<L> &c, const uint32_t *k) {
+    if (walk_internal(c))
+      prefetch(&nodes[walk_child(c, k)]);
+    else
+      prefetch(&t->entries[L::index(c.node)]);
+  };
+  Slot<L> s[kGroup];
+  uint32_t next = 0, live = 0;
+  auto start = [&](Slot<L> &slot) {
+    if (next == n) return false;
+    slot = {root, next++};
+    prefetch_next(root, keys + slot.key * L::kWords);
+    return true;
+  };
+  while (live < kGroup && start(s[live])) ++live;
+  while (live) {
+    for (uint32_t j = 0; j < live;) {
+      Slot<L> &slot = s[j];
+      const uint32_t *k = keys + slot.key * L::kWords;
+      if (walk_internal(slot.c)) {
+        walk_step(nodes, k, slot.c);
+        prefetch_next(slot.c, k);
+        ++j;
+        continue;
       }
+      data[slot.key] = walk_resolve<L>(t, k, slot.c.node);
+      if (start(slot))
+        ++j;
+      else
+        slot = s[--live];  // the last walk moves here and goes next
     }
-    for (uint32_t j = 0; j < m; ++j) prefetch(&t->entries[L::index(c[j].node)]);
-    for (uint32_t j = 0; j < m; ++j)
-      data[base + j] = walk_resolve<L>(t, key + j * L::kWords, c[j].node);
   }
 }
 
