@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <bit>
 #include <string>
 #include <vector>
 
@@ -21,8 +22,10 @@ namespace {
 using namespace lpm;
 
 constexpr uint32_t kDefaultFill = 50;
-constexpr uint32_t kDefaultRootBranch4 = 16;
-constexpr uint32_t kDefaultRootBranch6 = 15;
+// Without --root-branch the root gets about one slot per four prefixes, up
+// to 2^16 slots (a 256 KB root, which stays in a core's cache), so that small
+// tables stay small.
+constexpr uint32_t kAutoRootBranch = ~0u, kMaxAutoRootBranch = 16;
 constexpr uint32_t kBulkBatch = 64;
 
 const char kUsage[] =
@@ -36,7 +39,9 @@ const char kUsage[] =
     "                        the embedded table is read.\n"
     "      --fill PCT        node fill factor, 1 to 100 (default 50)\n"
     "      --root-branch N[,M]  least branch of the IPv4 root, and of the\n"
-    "                        IPv6 root (default 16,15; IPv6 at most 15)\n"
+    "                        IPv6 root (at most 15); by default each root\n"
+    "                        gets about one slot per four prefixes, at most\n"
+    "                        2^16\n"
     "      --stats           print each trie's statistics report\n"
     "      --print           dump each trie\n"
     "      --list            list each trie's prefixes from its iterator\n"
@@ -49,7 +54,7 @@ const char kUsage[] =
 struct Options {
   std::vector<std::string> tables;
   uint32_t fill = kDefaultFill;
-  uint32_t root_branch[2] = {kDefaultRootBranch4, kDefaultRootBranch6};
+  uint32_t root_branch[2] = {kAutoRootBranch, kAutoRootBranch};
   bool stats = false, print = false, list = false, from_stdin = false;
   uint64_t bench = 0;
   std::vector<std::string> addresses;
@@ -148,12 +153,20 @@ struct FamilyTrie {
         duplicates(keep_first_of_duplicates<Ops>(e)) {
     if (e.empty()) return;  // lookups then find nothing
     double t0 = now_seconds();
-    trie = Ops::construct(e.data(), static_cast<uint32_t>(e.size()), o.fill,
-                          o.root_branch[Ops::family == Family::v6]);
+    trie = Ops::construct(
+        e.data(), static_cast<uint32_t>(e.size()), o.fill,
+        root_branch(o.root_branch[Ops::family == Family::v6], e.size()));
     build_seconds = now_seconds() - t0;
     if (!trie) fail(std::string(family_name(Ops::family)) + " trie not built");
   }
   ~FamilyTrie() { Ops::destruct(trie); }
+
+  static uint32_t root_branch(uint32_t chosen, size_t n) {
+    if (chosen != kAutoRootBranch) return chosen;
+    uint32_t log2 = static_cast<uint32_t>(std::bit_width(n)) - 1;
+    return std::min(
+        {log2 > 2 ? log2 - 2 : 0, kMaxAutoRootBranch, Ops::kMaxRootBranch});
+  }
 
   static std::vector<Prefix> prefixes_of(
       const std::vector<typename Ops::Entry> &e) {
