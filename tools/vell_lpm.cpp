@@ -144,8 +144,7 @@ struct FamilyTrie {
   typename Ops::Trie *trie = nullptr;
   double build_seconds = 0;
   PrefixIndex index;
-
-  size_t duplicates;
+  size_t duplicates;  // repeated prefixes dropped before the build
 
   FamilyTrie(std::vector<typename Ops::Entry> &e, const Options &o)
       : entries(e),
