@@ -214,6 +214,17 @@ struct Model {
       arm(it->first, it->second.timer, it->second.secs);
     } else if (what == 5) {
       th::clear_output(), sc_ktimers_debug(set), ++reads;
+      // Every bucket shown holds a cell and every cell a timer, even when a
+      // callback has emptied what the poll stands on.
+      const std::string &out = th::console();
+      for (auto [head, child] : {std::pair{"  bucket", "    cell"},
+                                 std::pair{"    cell", "        0"}})
+        for (size_t i = out.find(head); i != std::string::npos;
+             i = out.find(head, i + 1))
+          ASSERT_EQ(out.compare(out.find('\n', i) + 1,
+                                std::string_view(child).size(), child),
+                    0)
+              << out;
     } else if (what == 6) {
       if (depth < 3) poll(pick(3), false);
     } else if (what == 7) {
