@@ -89,9 +89,8 @@ static void *take(ctx *owner, uint32_t size, int zero) {
 /* expect_ctx: the context named by the release, or null for __sc_kfree,
  * which also accepts size-class blocks (a vector record made with a context
  * goes back that way). */
-static void give_back(void *ptr, uint32_t size, ctx *expect_ctx,
-                      int from_kfree, const char *file, int line,
-                      const void *caller) {
+static void give_back(void *ptr, uint32_t size, ctx *expect_ctx, int from_kfree,
+                      const char *file, int line, const void *caller) {
   if (!ptr) return;
   header *h = (header *)ptr - 1;
   pthread_mutex_lock(&lock);

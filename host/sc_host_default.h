@@ -30,9 +30,9 @@ void *sc_host_ctx_create(uint32_t max_alloc);
  * their number returned; the blocks stay valid and are still accounted. */
 uint64_t sc_host_ctx_destroy(void *sz_ctx);
 
-sc_host_usage sc_host_heap_usage(void);          /* __sc_kmalloc/__sc_kcalloc */
-sc_host_usage sc_host_ctx_usage(void *sz_ctx);   /* one context */
-sc_host_usage sc_host_sz_usage(void);            /* all contexts together */
+sc_host_usage sc_host_heap_usage(void);        /* __sc_kmalloc/__sc_kcalloc */
+sc_host_usage sc_host_ctx_usage(void *sz_ctx); /* one context */
+sc_host_usage sc_host_sz_usage(void);          /* all contexts together */
 /* Release errors detected so far (size mismatch, wrong allocator, double
  * or foreign release). */
 uint64_t sc_host_release_errors(void);

@@ -79,8 +79,10 @@ static void introsort(const sorter *s, size_t lo, size_t hi, int depth) {
     swap(s, lo, mid);
     size_t i = lo, j = hi;
     for (;;) {
-      do i++; while (i < hi && less(s, i, lo));
-      do j--; while (less(s, lo, j));
+      do i++;
+      while (i < hi && less(s, i, lo));
+      do j--;
+      while (less(s, lo, j));
       if (i >= j) break;
       swap(s, i, j);
     }

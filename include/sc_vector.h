@@ -48,8 +48,7 @@ sc_vector *sc_vector_construct(uint32_t nInitial, uint32_t elementSize,
                                int resizeFactor);
 sc_vector *sc_vector_szconstruct(void *sz_ctx, uint32_t nInitial,
                                  uint32_t elementSize, int resizeFactor);
-sc_vector *sc_vector_construct_no_grow(uint32_t nInitial,
-                                       uint32_t elementSize);
+sc_vector *sc_vector_construct_no_grow(uint32_t nInitial, uint32_t elementSize);
 sc_vector *sc_vector_szconstruct_no_grow(void *sz_ctx, uint32_t nInitial,
                                          uint32_t elementSize);
 void sc_vector_destruct(sc_vector *v);

@@ -36,4 +36,5 @@ inline void diag(int level, const char *file, int line, const char *fmt,
 
 // Raises a diagnostic from the calling module: `file` is the module's own
 // source-file name string, the line is the call's.
-#define VDS_DIAG(level, file, ...) ::vds::diag((level), (file), __LINE__, __VA_ARGS__)
+#define VDS_DIAG(level, file, ...) \
+  ::vds::diag((level), (file), __LINE__, __VA_ARGS__)

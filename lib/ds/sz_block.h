@@ -28,8 +28,8 @@ inline void *block_alloc(void *sz_ctx, uint32_t size, const char *file,
 }
 
 template <SzLimit L>
-inline void block_free(void *sz_ctx, void *ptr, uint32_t size,
-                       const char *file, int line) {
+inline void block_free(void *sz_ctx, void *ptr, uint32_t size, const char *file,
+                       int line) {
   if (sz_fits<L>(sz_ctx, size))
     __sc_szfree(sz_ctx, ptr, size, file, line);
   else

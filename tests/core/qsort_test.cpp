@@ -28,15 +28,17 @@ TEST(Qsort, SortsAnyCountAndPassesItsArgumentThrough) {
     for (int shape = 0; shape < 4; shape++) {
       std::vector<Rec> v(n);
       for (uint32_t i = 0; i < n; i++) {
-        uint32_t key = shape == 0 ? rng() : shape == 1 ? i : shape == 2 ? n - i : rng() % 3;
+        uint32_t key = shape == 0   ? rng()
+                       : shape == 1 ? i
+                       : shape == 2 ? n - i
+                                    : rng() % 3;
         v[i] = Rec{key, i, {}};
       }
       std::vector<Rec> ref = v;
       long calls = 0;
       sc_qsort(v.data(), n, sizeof(Rec), by_key, &calls);
-      EXPECT_TRUE(std::is_sorted(v.begin(), v.end(), [](auto &a, auto &b) {
-        return a.key < b.key;
-      }));
+      EXPECT_TRUE(std::is_sorted(
+          v.begin(), v.end(), [](auto &a, auto &b) { return a.key < b.key; }));
       // Same multiset: every tag still present once.
       std::vector<uint32_t> tags;
       for (auto &r : v) tags.push_back(r.tag);

@@ -14,7 +14,8 @@
 namespace {
 
 TEST(RecordSizes, ThirtyTwoBitTarget) {
-  if (sizeof(void *) != 4) GTEST_SKIP() << "sizes are those of the 32-bit build";
+  if (sizeof(void *) != 4)
+    GTEST_SKIP() << "sizes are those of the 32-bit build";
   EXPECT_EQ(sizeof(sc_elist_node), 8u);
   EXPECT_EQ(sizeof(sc_elist), 44u);
   EXPECT_EQ(sizeof(sc_vector), 20u);

@@ -75,9 +75,8 @@ void sc_qsort(void *base, uint32_t count, uint32_t size, sc_qsort_cmp compare,
               void *arg) {
   char *b = base, *tmp = malloc(size ? size : 1);
   for (uint32_t i = 1; i < count; i++)
-    for (uint32_t j = i; j > 0 && compare(b + j * size, b + (j - 1) * size,
-                                          arg) < 0;
-         j--) {
+    for (uint32_t j = i;
+         j > 0 && compare(b + j * size, b + (j - 1) * size, arg) < 0; j--) {
       memcpy(tmp, b + j * size, size);
       memcpy(b + j * size, b + (j - 1) * size, size);
       memcpy(b + (j - 1) * size, tmp, size);
@@ -85,13 +84,12 @@ void sc_qsort(void *base, uint32_t count, uint32_t size, sc_qsort_cmp compare,
   free(tmp);
 }
 
-#define CHECK(c)                                             \
-  do {                                                       \
-    if (!(c)) {                                              \
-      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, \
-              __LINE__, #c);                                 \
-      return 1;                                              \
-    }                                                        \
+#define CHECK(c)                                                            \
+  do {                                                                      \
+    if (!(c)) {                                                             \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #c); \
+      return 1;                                                             \
+    }                                                                       \
   } while (0)
 
 int main(void) {

@@ -53,9 +53,12 @@ std::string format(const char *fmt, ...) {
 
 const char *name(Alloc a) {
   switch (a) {
-    case Alloc::kmalloc: return "__sc_kmalloc";
-    case Alloc::kcalloc: return "__sc_kcalloc";
-    case Alloc::szalloc: return "__sc_szalloc";
+    case Alloc::kmalloc:
+      return "__sc_kmalloc";
+    case Alloc::kcalloc:
+      return "__sc_kcalloc";
+    case Alloc::szalloc:
+      return "__sc_szalloc";
   }
   return "?";
 }
@@ -88,8 +91,8 @@ void give(void *p, uint32_t size, bool sz, void *ctx, const char *file,
   State &s = st();
   auto it = s.live.find(p);
   if (it == s.live.end()) {
-    s.errors.push_back(format("release of unknown or freed block %p (%s:%d)",
-                              p, file ? file : "__sc_kfree", line));
+    s.errors.push_back(format("release of unknown or freed block %p (%s:%d)", p,
+                              file ? file : "__sc_kfree", line));
     return;
   }
   Block &b = s.blocks[it->second];
@@ -192,9 +195,9 @@ void *__sc_szalloc(void *sz_ctx, uint32_t size, int flags, const char *file,
   if (flags != 0)
     th::st().errors.push_back(th::format("__sc_szalloc flags %d", flags));
   if (!c || c->max_alloc() < size)
-    th::st().errors.push_back(th::format(
-        "__sc_szalloc of %u bytes above the context's limit (%s:%d)", size,
-        file ? file : "?", line));
+    th::st().errors.push_back(
+        th::format("__sc_szalloc of %u bytes above the context's limit (%s:%d)",
+                   size, file ? file : "?", line));
   return th::take(Alloc::szalloc, size, sz_ctx, file, false);
 }
 

@@ -72,7 +72,7 @@ long sz_released_by_kfree();
 void expect_sz_released_by_kfree(long n);
 
 const std::vector<Diag> &diags();
-std::string diag_text();  // every message concatenated
+std::string diag_text();       // every message concatenated
 const std::string &console();  // everything sc_printf wrote
 void clear_output();           // drops captured diagnostics and console text
 

@@ -134,7 +134,13 @@ VDS_API int sc_elist_remove(sc_elist *l, sc_elist_node *n) {
 }
 
 VDS_API uint32_t sc_elist_get_size(const sc_elist *l) { return l->size; }
-VDS_API sc_elist_node *sc_elist_peek_front(const sc_elist *l) { return l->head; }
+VDS_API sc_elist_node *sc_elist_peek_front(const sc_elist *l) {
+  return l->head;
+}
 VDS_API sc_elist_node *sc_elist_peek_back(const sc_elist *l) { return l->tail; }
-VDS_API sc_elist_node *sc_elist_get_next(const sc_elist_node *n) { return n->next; }
-VDS_API sc_elist_node *sc_elist_get_prev(const sc_elist_node *n) { return n->prev; }
+VDS_API sc_elist_node *sc_elist_get_next(const sc_elist_node *n) {
+  return n->next;
+}
+VDS_API sc_elist_node *sc_elist_get_prev(const sc_elist_node *n) {
+  return n->prev;
+}
