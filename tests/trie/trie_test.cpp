@@ -64,7 +64,7 @@ TYPED_TEST(TrieTest, ReferenceTrieWordForWord) {
   for (const Addr &k : keys) got += str(F::lpmatch(t, k)) + " ";  // B A E E D
   // Each leaf (in[1] to in[3]), then its chain, as leaf/len/data.
   typename F::Iter *it = F::iter(t);
-  for (typename F::Item i; F::next(it, &i) == 0;)
+  for (typename F::Item i; got.size() < 999 && F::next(it, &i) == 0;)
     for (int e : {1, 2, 3})
       if (F::addr(i) == F::addr(in[e]))
         got += str(e) + "/" + str(i.len) + "/" + str(i.data) + " ";
