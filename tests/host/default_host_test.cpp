@@ -9,6 +9,13 @@
 
 namespace {
 
+// Runs first: the level starts at 2 unless VELL_DS_DEBUG says otherwise
+// (CTest runs this binary both ways).
+TEST(DefaultHost, DebugLevelStartsAtTwoOrFromTheEnvironment) {
+  const char *env = getenv("VELL_DS_DEBUG");
+  EXPECT_EQ(__sc_debug_level, env ? atoi(env) : 2);
+}
+
 TEST(DefaultHost, HeapAndContextsAccountEveryBlock) {
   sc_host_usage before = sc_host_heap_usage();
   void *a = __sc_kmalloc(10);
