@@ -60,6 +60,19 @@ std::vector<typename F::Entry> prefix_set(std::mt19937 &rng, uint32_t n) {
       out.push_back(F::entry(c, len, uint32_t(out.size()) + 1));
   };
   add({}, 0);
+  if (n >= 40) {
+    // Host routes that each differ from one address in one bit: the walk
+    // to that address passes a node per bit, deeper than any fixed number
+    // of levels.
+    Addr a = {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()),
+              uint32_t(rng())};
+    add(a, F::kBits);
+    for (uint32_t bit = 1; bit < F::kBits; bit += 3) {
+      Addr b = a;
+      b[bit / 32] ^= 0x80000000u >> (bit % 32);
+      add(b, F::kBits);
+    }
+  }
   while (out.size() < n) {
     Addr a = {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()),
               uint32_t(rng())};
@@ -102,7 +115,7 @@ TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
         ASSERT_EQ(all[i], single) << "key " << i;
       }
       // Batches shorter than, equal to and just past one group, at offsets.
-      for (size_t len : {0, 1, 15, 16, 17, 33}) {
+      for (size_t len : {0, 1, 63, 64, 65, 129}) {
         size_t from = len % 5;
         if (from + len > keys.size()) continue;
         auto part = bulk<F>(t, keys, from, len);

@@ -19,6 +19,8 @@ struct Records {
   using Node = NodeT;
   using Iter = IterT;
   using Item = ItemT;
+  static constexpr uint32_t kBranchBits = BranchBits;
+  static constexpr uint32_t kSkipBits = SkipBits;
 
   static_assert(std::bit_cast<uint32_t>(Node{1, 2, 3}) ==
                 (1u | 2u << BranchBits | 3u << (BranchBits + SkipBits)));

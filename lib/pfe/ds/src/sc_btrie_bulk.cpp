@@ -1,11 +1,13 @@
 // Batched longest-prefix match for both trie families. A lookup is a chain
 // of dependent loads (node words, then the leaf entry and its prefix
 // chain), so a single walk spends most of its time waiting for memory. Here
-// several walks take turns, each prefetching its next load before the
-// others take their step, so their misses overlap. Every result is the
-// single lookup's: the walks are the engine's own steps, only their order
-// changes.
+// a group of walks descends in lock step, one level per pass over the
+// group, each pass loading the node words the previous pass prefetched, so
+// the group's misses overlap. Every result is the single lookup's: the
+// walks take the engine's own steps, only their order changes.
 #include <string.h>
+
+#include <bit>
 
 #include "api.h"
 #include "sc_btrie.h"
@@ -18,76 +20,93 @@ namespace {
 
 using namespace vds::trie;
 
-// Walks in flight at once: enough to cover a memory miss with the other
-// walks' steps, few enough that the cursors stay in registers and L1.
-constexpr uint32_t kGroup = 16;
+// Walks in lock step: a typical burst of keys, so that one pass issues
+// enough prefetches to keep the core's misses in flight.
+constexpr uint32_t kGroup = 64;
 
 inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
 
-template <class L>
-struct Slot {
-  Cursor<L> c;
-  uint32_t key;  // position of the walk's key in the batch
-};
-
-// A pipeline of kGroup walks: each pass moves every walk one load further
-// (a node word, or at the leaf the entry and its chain), having prefetched
-// that load one pass earlier; a finished walk hands its slot to the next
-// key at once, so the pipeline stays full whatever the walks' depths.
-// keys holds n keys of L::kWords words each.
-template <class L>
+// The descent takes kLevels passes whatever the walks' depths, and no
+// branch in it depends on the data: a walk that has reached its leaf keeps
+// its position and reloads its own word (an L1 hit). A mispredicted branch
+// per walk and level costs more than these idle steps. Walks still on an
+// internal node after kLevels passes (few, for a kLevels near the usual
+// depth) finish one by one. Then one pass prefetches the leaf entries and
+// one resolves them. keys holds n keys of L::kWords words each.
+template <class L, uint32_t kLevels>
 void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
                   uint32_t *data, uint32_t n) {
-  Cursor<L> root;
-  if (!walk_begin(t, root)) {
+  constexpr uint32_t kBranchMask = (1u << L::kBranchBits) - 1;
+  constexpr uint32_t kSkipMask = (1u << L::kSkipBits) - 1;
+  constexpr uint32_t kIndexShift = L::kBranchBits + L::kSkipBits;
+  using Node = typename L::Node;
+  if (!t->nodes) {
     if (n) memset(data, 0, sizeof(uint32_t) * n);
     return;
   }
-  const typename L::Node *nodes = t->nodes;
-  // Prefetches what the walk reads next: a child node word, or its entry.
-  auto prefetch_next = [&](const Cursor<L> &c, const uint32_t *k) {
-    if (walk_internal(c))
-      prefetch(&nodes[walk_child(c, k)]);
-    else
-      prefetch(&t->entries[L::index(c.node)]);
-  };
-  Slot<L> s[kGroup];
-  uint32_t next = 0, live = 0;
-  auto start = [&](Slot<L> &slot) {
-    if (next == n) return false;
-    slot = {root, next++};
-    prefetch_next(root, keys + slot.key * L::kWords);
-    return true;
-  };
-  while (live < kGroup && start(s[live])) ++live;
-  while (live) {
-    for (uint32_t j = 0; j < live;) {
-      Slot<L> &slot = s[j];
-      const uint32_t *k = keys + slot.key * L::kWords;
-      if (walk_internal(slot.c)) {
-        walk_step(nodes, k, slot.c);
-        prefetch_next(slot.c, k);
-        ++j;
-        continue;
-      }
-      data[slot.key] = walk_resolve<L>(t, k, slot.c.node);
-      if (start(slot))
-        ++j;
-      else
-        slot = s[--live];  // the last walk moves here and goes next
+  const Node *nodes = t->nodes;
+  const uint32_t root = L::word(nodes[0]);
+  // Per walk: the node word reached, its position in the node array, and
+  // the address position of its branch bits (meaningless once on a leaf).
+  uint32_t w[kGroup], at[kGroup], pos[kGroup];
+  for (uint32_t base = 0; base < n; base += kGroup) {
+    const uint32_t m = n - base < kGroup ? n - base : kGroup;
+    const uint32_t *key = keys + base * L::kWords;
+    // Chooses the child (a leaf stays put) and prefetches its word.
+    auto advance = [&](uint32_t j) {
+      uint32_t b = w[j] & kBranchMask;
+      // The mask keeps a leaf's meaningless position within the key.
+      uint32_t word = key[j * L::kWords + (pos[j] >> 5 & (L::kWords - 1))];
+      // 64-bit, so that b == 0 selects no bits rather than shifting by 32.
+      uint32_t bits = static_cast<uint32_t>(
+          (static_cast<uint64_t>(word << (pos[j] & 31)) << b) >> 32);
+      uint32_t stay = (b != 0) - 1u;  // all ones on a leaf
+      at[j] = (((w[j] >> kIndexShift) + bits) & ~stay) | (at[j] & stay);
+      pos[j] += b;
+      prefetch(&nodes[at[j]]);
+    };
+    auto load = [&](uint32_t j) {
+      w[j] = L::word(nodes[at[j]]);
+      pos[j] += w[j] >> L::kBranchBits & kSkipMask;
+    };
+    for (uint32_t j = 0; j < m; ++j) {
+      w[j] = root;
+      at[j] = 0;
+      pos[j] = root >> L::kBranchBits & kSkipMask;
+      advance(j);
     }
+    for (uint32_t l = 1; l < kLevels; ++l)
+      for (uint32_t j = 0; j < m; ++j) {
+        load(j);
+        advance(j);
+      }
+    for (uint32_t j = 0; j < m; ++j) {
+      load(j);
+      if (w[j] & kBranchMask) [[unlikely]] {
+        Cursor<L> c{std::bit_cast<Node>(w[j]), pos[j]};
+        while (walk_internal(c)) walk_step(nodes, key + j * L::kWords, c);
+        w[j] = L::word(c.node);
+      }
+      prefetch(&t->entries[w[j] >> kIndexShift]);
+    }
+    for (uint32_t j = 0; j < m; ++j)
+      data[base + j] =
+          walk_resolve<L>(t, key + j * L::kWords, std::bit_cast<Node>(w[j]));
   }
 }
 
 }  // namespace
 
+// Levels: about the usual depth of a lookup below a 2^16-slot IPv4 root (3
+// covers nearly all keys of a global table), and of an IPv6 lookup inside
+// its table's prefixes, whose nodes branch on at most 4 bits (8).
 VDS_API void sc_btrie_lpmatch_bulk(const sc_btrie *trie, const uint32_t *keys,
                                    uint32_t *data, uint32_t n) {
-  lpmatch_bulk<Ipv4>(trie, keys, data, n);
+  lpmatch_bulk<Ipv4, 3>(trie, keys, data, n);
 }
 
 VDS_API void sc_btrie6_lpmatch_bulk(const sc_btrie6 *trie,
                                     const uint32_t (*keys)[4], uint32_t *data,
                                     uint32_t n) {
-  lpmatch_bulk<Ipv6>(trie, keys ? keys[0] : nullptr, data, n);
+  lpmatch_bulk<Ipv6, 8>(trie, keys ? keys[0] : nullptr, data, n);
 }
