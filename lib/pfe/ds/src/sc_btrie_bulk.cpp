@@ -31,8 +31,9 @@ inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
 // its position and reloads its own word (an L1 hit). A mispredicted branch
 // per walk and level costs more than these idle steps. Walks still on an
 // internal node after kLevels passes (few, for a kLevels near the usual
-// depth) finish one by one. Then one pass prefetches the leaf entries and
-// one resolves them. keys holds n keys of L::kWords words each.
+// depth) go on in lock step among themselves until all reach their leaves.
+// Each leaf's entry is prefetched as it is reached, and a last pass
+// resolves them. keys holds n keys of L::kWords words each.
 template <class L, uint32_t kLevels>
 void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
                   uint32_t *data, uint32_t n) {
@@ -80,14 +81,32 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
         load(j);
         advance(j);
       }
+    // An internal node's index names no entry: entry 0 stands in for it.
+    auto prefetch_entry = [&](uint32_t j, uint32_t internal) {
+      prefetch(&t->entries[(w[j] >> kIndexShift) & (internal - 1u)]);
+    };
+    // Walks still on an internal node go on in lock step among themselves,
+    // listed without a branch; the others' entries are prefetched.
+    uint32_t deep[kGroup], n_deep = 0;
     for (uint32_t j = 0; j < m; ++j) {
       load(j);
-      if (w[j] & kBranchMask) [[unlikely]] {
-        Cursor<L> c{std::bit_cast<Node>(w[j]), pos[j]};
-        while (walk_internal(c)) walk_step(nodes, key + j * L::kWords, c);
-        w[j] = L::word(c.node);
+      uint32_t internal = (w[j] & kBranchMask) != 0;
+      deep[n_deep] = j;
+      n_deep += internal;
+      prefetch_entry(j, internal);
+    }
+    while (n_deep) {
+      for (uint32_t i = 0; i < n_deep; ++i) advance(deep[i]);
+      uint32_t still = 0;
+      for (uint32_t i = 0; i < n_deep; ++i) {
+        uint32_t j = deep[i];
+        load(j);
+        uint32_t internal = (w[j] & kBranchMask) != 0;
+        deep[still] = j;
+        still += internal;
+        prefetch_entry(j, internal);
       }
-      prefetch(&t->entries[w[j] >> kIndexShift]);
+      n_deep = still;
     }
     for (uint32_t j = 0; j < m; ++j)
       data[base + j] =
