@@ -58,17 +58,16 @@ static void account(sc_host_usage *u, uint32_t size, int sign) {
 static void release_error(const char *what, const void *ptr, uint32_t asked,
                           uint32_t taken, const char *file, int line,
                           const void *caller) {
-  release_errors++;
+  char where[96];
   if (file)
-    fprintf(stderr,
-            "vell-ds host: %s: block %p released with size %u, taken with "
-            "size %u (release at %s:%d)\n",
-            what, ptr, asked, taken, file, line);
+    snprintf(where, sizeof where, "release at %s:%d", file, line);
   else
-    fprintf(stderr,
-            "vell-ds host: %s: block %p released with size %u, taken with "
-            "size %u (__sc_kfree called from %p)\n",
-            what, ptr, asked, taken, caller);
+    snprintf(where, sizeof where, "__sc_kfree called from %p", caller);
+  release_errors++;
+  fprintf(stderr,
+          "vell-ds host: %s: block %p released with size %u, taken with "
+          "size %u (%s)\n",
+          what, ptr, asked, taken, where);
   if (abort_on_error) abort();
 }
 

@@ -131,14 +131,12 @@ void fail_nth(long n) {
 bool failure_injected() { return st().injected; }
 long alloc_attempts() { return st().attempts; }
 const std::vector<Block> &blocks() { return st().blocks; }
-size_t live_blocks() { return st().live.size(); }
 uint64_t live_bytes() {
   uint64_t n = 0;
   for (auto &kv : st().live) n += st().blocks[kv.second].size;
   return n;
 }
 const std::vector<std::string> &errors() { return st().errors; }
-long sz_released_by_kfree() { return st().sz_by_kfree; }
 void expect_sz_released_by_kfree(long n) { st().sz_by_kfree_expected = n; }
 const std::vector<Diag> &diags() { return st().diags; }
 std::string diag_text() {

@@ -61,14 +61,12 @@ long alloc_attempts();
 
 // Every block taken since reset, in order (failed attempts not included).
 const std::vector<Block> &blocks();
-size_t live_blocks();
 uint64_t live_bytes();
 // Release problems since reset: size mismatches, wrong allocator, unknown or
 // double releases, size-class blocks above the context's limit.
 const std::vector<std::string> &errors();
 // Size-class blocks given back through __sc_kfree. Legal for the host
 // contract but counted, so each test states how many it expects.
-long sz_released_by_kfree();
 void expect_sz_released_by_kfree(long n);
 
 const std::vector<Diag> &diags();
