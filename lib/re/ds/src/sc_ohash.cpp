@@ -50,9 +50,10 @@ sc_ohash_element *element_of(sc_elist_node *n) {
       reinterpret_cast<char *>(n) - offsetof(sc_ohash_element, list_node));
 }
 
-// Replaces the bucket array by one of n heads and chains every element again,
-// walking the list, so each new chain is in list order. Elements stay where
-// they are. On failure the table is unchanged.
+// Replaces the bucket array by one of n heads and chains every element again.
+// Walking the list from its end and pushing each element on its chain's head
+// leaves every new chain in list order; the keys are distinct, so no chain is
+// searched. Elements stay where they are. On failure the table is unchanged.
 int rebuild(sc_ohash *t, uint32_t n) {
   auto *heads = static_cast<sc_ohash_element **>(
       __sc_kcalloc(n, sizeof(sc_ohash_element *)));
@@ -65,12 +66,13 @@ int rebuild(sc_ohash *t, uint32_t n) {
   Policy::free_buckets(nullptr, t->buckets, Core::array_bytes(t->n_buckets));
   t->buckets = heads;
   t->n_buckets = n;
-  for (sc_ohash_element *e = element_of(sc_elist_peek_front(t->element_list));
-       e; e = element_of(sc_elist_get_next(&e->list_node))) {
-    sc_ohash_element **link = Core::findp(t, Core::key_of(e), e->ksz);
-    e->next = nullptr;
-    e->pprev = link;
-    *link = e;
+  for (sc_ohash_element *e = element_of(sc_elist_peek_back(t->element_list)); e;
+       e = element_of(sc_elist_get_prev(&e->list_node))) {
+    sc_ohash_element **head = &heads[Core::index(t, Core::key_of(e), e->ksz)];
+    e->next = *head;
+    if (e->next) e->next->pprev = &e->next;
+    e->pprev = head;
+    *head = e;
   }
   return 0;
 }
