@@ -213,16 +213,27 @@ struct Chained {
     }
   }
 
+  // An iterator's block, reported when it cannot be had, and its release.
+  // A family with its own walk order fills the block in itself.
+  template <class It>
+  static It *iter_alloc(T *t) {
+    auto *it = static_cast<It *>(P::alloc(P::ctx(t), sizeof(It)));
+    if (!it)
+      VDS_DIAG(kFailure, P::kModule, P::kIterFailFmt,
+               typename P::SizeArg(sizeof(It)));
+    return it;
+  }
+
+  template <class It>
+  static void iter_destruct(It *it) {
+    if (it) P::release(P::ctx(it->table), it, sizeof(It));
+  }
+
   // ---- bucket-order iteration (iterators with table/next_element/bucket) ----
   template <class It>
   static It *iter_construct(T *t) {
-    auto *it = static_cast<It *>(P::alloc(P::ctx(t), sizeof(It)));
-    if (!it) {
-      VDS_DIAG(kFailure, P::kModule, P::kIterFailFmt,
-               typename P::SizeArg(sizeof(It)));
-      return nullptr;
-    }
-    iter_start(it, t);
+    It *it = iter_alloc<It>(t);
+    if (it) iter_start(it, t);
     return it;
   }
 
@@ -253,11 +264,6 @@ struct Chained {
     get(e, key, ksz, val, vsz);
     iter_settle(it, e->next);
     return 0;
-  }
-
-  template <class It>
-  static void iter_destruct(It *it) {
-    if (it) P::release(P::ctx(it->table), it, sizeof(It));
   }
 
   // ---- dump ----

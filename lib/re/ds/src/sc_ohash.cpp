@@ -163,12 +163,8 @@ VDS_API void *sc_ohash_element_get_data(const sc_ohash_element *e) {
 }
 
 VDS_API sc_ohash_iter *sc_ohash_iter_construct(sc_ohash *t) {
-  auto *it = static_cast<sc_ohash_iter *>(__sc_kmalloc(sizeof(sc_ohash_iter)));
-  if (!it) {
-    VDS_DIAG(vds::kFailure, Policy::kModule, Policy::kIterFailFmt,
-             int(sizeof(sc_ohash_iter)));
-    return nullptr;
-  }
+  auto *it = Core::iter_alloc<sc_ohash_iter>(t);
+  if (!it) return nullptr;
   it->table = t;
   it->next_element = element_of(sc_elist_peek_front(t->element_list));
   return it;
@@ -187,7 +183,7 @@ VDS_API int sc_ohash_iter_next(sc_ohash_iter *it, void **key, uint32_t *ksz,
 }
 
 VDS_API void sc_ohash_iter_destruct(sc_ohash_iter *it) {
-  if (it) __sc_kfree(it, sizeof(sc_ohash_iter));
+  Core::iter_destruct(it);
 }
 
 VDS_API void sc_ohash_debug(sc_ohash *t) { Core::dump(t); }
