@@ -45,11 +45,9 @@ struct Poll {
     return limit != 0 && fired >= limit;
   }
 
-  // Fires the due timers of c, whose first timer is due. The last timer of
-  // the cell ends the cell's turn: timers that its callback adds to the
-  // cell wait for the next poll.
-  bool cell(sc_ktimer_cell *c, sc_ktimer *first) {
-    if (!first->next) return fire(first);
+  // Fires the due timers of c. The last timer of the cell ends the cell's
+  // turn: timers that its callback adds to the cell wait for the next poll.
+  bool cell(sc_ktimer_cell *c) {
     sc_ktimer mark = {};
     timer_link_after(c, nullptr, &mark);
     bool stop = false;
@@ -71,16 +69,16 @@ struct Poll {
   // left for the next poll, like the timers behind a cell's last timer.
   bool bucket(sc_ktimer_bucket *b) {
     for (sc_ktimer_cell *c = b->cells; c;) {
-      sc_ktimer *first = is_marker(c) ? nullptr : skip_markers(c->head);
+      sc_ktimer *first = skip_markers(c->head);
       if (!first || !due(first)) {
         c = c->next;
         continue;
       }
-      if (!c->next) return cell(c, first);
+      if (!c->next) return cell(c);
       sc_ktimer_cell guard = {};
       guard.next = c->next;
       c->next = &guard;
-      bool stop = cell(c, first);
+      bool stop = cell(c);
       c = guard.next;
       cell_unlink(set, b, &guard);
       if (stop) return true;
