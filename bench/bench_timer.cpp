@@ -12,11 +12,11 @@
 #include <sys/time.h>
 
 #include <algorithm>
-#include <chrono>
 #include <queue>
 #include <random>
 #include <vector>
 
+#include "bench_util.h"
 #include "sc_host_default.h"
 #include "sc_ktimer.h"
 
@@ -49,11 +49,7 @@ void bump(void *) { ++g_fired; }
 
 template <class F>
 double ns(F body) {
-  auto t0 = std::chrono::steady_clock::now();
-  body();
-  return std::chrono::duration<double, std::nano>(
-             std::chrono::steady_clock::now() - t0)
-      .count();
+  return bench::seconds(body) * 1e9;
 }
 
 // The peer: a min-heap of (expiry, generation, timer) entries.

@@ -4,9 +4,9 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <chrono>
 #include <vector>
 
+#include "bench_util.h"
 #include "sc_host_default.h"
 #include "sc_vector.h"
 
@@ -20,20 +20,13 @@ struct Elem {
   uint8_t bytes[N];
 };
 
-double seconds_since(std::chrono::steady_clock::time_point t0) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0)
-      .count();
-}
-
 // Best of kRounds runs of body(), which returns a checksum so the work
 // cannot be dropped; rates are in millions of operations per second.
 template <typename Body>
 double best_rate(Body body, uint64_t &sink) {
   double best = 0;
   for (int r = 0; r < kRounds; r++) {
-    auto t0 = std::chrono::steady_clock::now();
-    sink += body();
-    double rate = kCount / seconds_since(t0) / 1e6;
+    double rate = kCount / bench::seconds([&] { sink += body(); }) / 1e6;
     if (rate > best) best = rate;
   }
   return best;
