@@ -44,8 +44,7 @@ inline decltype(auto) with_element_size(uint32_t esize, F &&f) {
 // Byte offset of slot `index`. Storage never exceeds 2^32 - 1 bytes, so the
 // offset of any slot up to nAlloc fits in 32 bits.
 inline size_t slot_offset(uint32_t index, uint32_t esize) {
-  return with_element_size(
-      esize, [index](auto n) -> size_t { return size_t{index} * n; });
+  return size_t{index} * esize;
 }
 
 inline char *slot(const sc_vector *v, uint32_t index) {
