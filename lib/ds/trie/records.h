@@ -19,18 +19,20 @@ struct Records {
   using Node = NodeT;
   using Iter = IterT;
   using Item = ItemT;
-  static constexpr uint32_t kBranchBits = BranchBits;
-  static constexpr uint32_t kSkipBits = SkipBits;
 
   static_assert(std::bit_cast<uint32_t>(Node{1, 2, 3}) ==
                 (1u | 2u << BranchBits | 3u << (BranchBits + SkipBits)));
 
+  // Each field from a node or from its word (the bulk lookups keep words).
   static uint32_t word(Node n) { return std::bit_cast<uint32_t>(n); }
-  static uint32_t branch(Node n) { return word(n) & ((1u << BranchBits) - 1); }
-  static uint32_t skip(Node n) {
-    return word(n) >> BranchBits & ((1u << SkipBits) - 1);
+  static uint32_t branch(uint32_t w) { return w & ((1u << BranchBits) - 1); }
+  static uint32_t skip(uint32_t w) {
+    return w >> BranchBits & ((1u << SkipBits) - 1);
   }
-  static uint32_t index(Node n) { return word(n) >> (BranchBits + SkipBits); }
+  static uint32_t index(uint32_t w) { return w >> (BranchBits + SkipBits); }
+  static uint32_t branch(Node n) { return branch(word(n)); }
+  static uint32_t skip(Node n) { return skip(word(n)); }
+  static uint32_t index(Node n) { return index(word(n)); }
   // Values wider than a field keep their low bits (a leaf's skip is the
   // entry's remaining length kept to the field's width).
   static Node make_node(uint32_t branch, uint32_t skip, uint32_t index) {

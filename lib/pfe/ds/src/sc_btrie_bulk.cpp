@@ -37,9 +37,6 @@ inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
 template <class L, uint32_t kLevels>
 void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
                   uint32_t *data, uint32_t n) {
-  constexpr uint32_t kBranchMask = (1u << L::kBranchBits) - 1;
-  constexpr uint32_t kSkipMask = (1u << L::kSkipBits) - 1;
-  constexpr uint32_t kIndexShift = L::kBranchBits + L::kSkipBits;
   using Node = typename L::Node;
   if (!t->nodes) {
     if (n) memset(data, 0, sizeof(uint32_t) * n);
@@ -55,25 +52,25 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
     const uint32_t *key = keys + base * L::kWords;
     // Chooses the child (a leaf stays put) and prefetches its word.
     auto advance = [&](uint32_t j) {
-      uint32_t b = w[j] & kBranchMask;
+      uint32_t b = L::branch(w[j]);
       // The mask keeps a leaf's meaningless position within the key.
       uint32_t word = key[j * L::kWords + (pos[j] >> 5 & (L::kWords - 1))];
       // 64-bit, so that b == 0 selects no bits rather than shifting by 32.
       uint32_t bits = static_cast<uint32_t>(
           (static_cast<uint64_t>(word << (pos[j] & 31)) << b) >> 32);
       uint32_t stay = (b != 0) - 1u;  // all ones on a leaf
-      at[j] = (((w[j] >> kIndexShift) + bits) & ~stay) | (at[j] & stay);
+      at[j] = ((L::index(w[j]) + bits) & ~stay) | (at[j] & stay);
       pos[j] += b;
       prefetch(&nodes[at[j]]);
     };
     auto load = [&](uint32_t j) {
       w[j] = L::word(nodes[at[j]]);
-      pos[j] += w[j] >> L::kBranchBits & kSkipMask;
+      pos[j] += L::skip(w[j]);
     };
     for (uint32_t j = 0; j < m; ++j) {
       w[j] = root;
       at[j] = 0;
-      pos[j] = root >> L::kBranchBits & kSkipMask;
+      pos[j] = L::skip(root);
       advance(j);
     }
     for (uint32_t l = 1; l < kLevels; ++l)
@@ -83,14 +80,14 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
       }
     // An internal node's index names no entry: entry 0 stands in for it.
     auto prefetch_entry = [&](uint32_t j, uint32_t internal) {
-      prefetch(&t->entries[(w[j] >> kIndexShift) & (internal - 1u)]);
+      prefetch(&t->entries[L::index(w[j]) & (internal - 1u)]);
     };
     // Walks still on an internal node go on in lock step among themselves,
     // listed without a branch; the others' entries are prefetched.
     uint32_t deep[kGroup], n_deep = 0;
     for (uint32_t j = 0; j < m; ++j) {
       load(j);
-      uint32_t internal = (w[j] & kBranchMask) != 0;
+      uint32_t internal = L::branch(w[j]) != 0;
       deep[n_deep] = j;
       n_deep += internal;
       prefetch_entry(j, internal);
@@ -101,7 +98,7 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
       for (uint32_t i = 0; i < n_deep; ++i) {
         uint32_t j = deep[i];
         load(j);
-        uint32_t internal = (w[j] & kBranchMask) != 0;
+        uint32_t internal = L::branch(w[j]) != 0;
         deep[still] = j;
         still += internal;
         prefetch_entry(j, internal);
