@@ -64,8 +64,7 @@ std::vector<typename F::Entry> prefix_set(std::mt19937 &rng, uint32_t n) {
     // Host routes that each differ from one address in one bit: the walk
     // to that address passes a node per bit, deeper than any fixed number
     // of levels.
-    Addr a = {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()),
-              uint32_t(rng())};
+    Addr a = tt::random_addr(rng);
     add(a, F::kBits);
     for (uint32_t bit = 1; bit < F::kBits; bit += 3) {
       Addr b = a;
@@ -74,8 +73,7 @@ std::vector<typename F::Entry> prefix_set(std::mt19937 &rng, uint32_t n) {
     }
   }
   while (out.size() < n) {
-    Addr a = {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()),
-              uint32_t(rng())};
+    Addr a = tt::random_addr(rng);
     uint32_t len = 1 + rng() % F::kBits;
     for (uint32_t l = len; l > 0 && out.size() < n;
          l -= std::min(l, 1 + uint32_t(rng() % 12)))
@@ -103,9 +101,7 @@ TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
                                  tt::step<F>(last, 1)});
       }
       for (int i = 0; i < 300; ++i)
-        keys.push_back(tt::cut<F>({uint32_t(rng()), uint32_t(rng()),
-                                   uint32_t(rng()), uint32_t(rng())},
-                                  F::kBits));
+        keys.push_back(tt::cut<F>(tt::random_addr(rng), F::kBits));
       std::shuffle(keys.begin(), keys.end(), rng);
 
       auto all = bulk<F>(t, keys, 0, keys.size());

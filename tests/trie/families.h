@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <random>
 #include <vector>
 
 #include "gtest/gtest.h"
@@ -56,6 +57,10 @@ TT_FAMILY(V4, sc_btrie, 1, SC_BTRIE_NO_PREFIX, 31, k[0])
 TT_FAMILY(V6, sc_btrie6, 4, SC_BTRIE6_NO_PREFIX, 15, k.data())
 
 using Families = ::testing::Types<V4, V6>;
+
+inline Addr random_addr(std::mt19937 &rng) {
+  return {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()), uint32_t(rng())};
+}
 
 // Address a with every bit at a position >= len cleared, or set (ones).
 template <class F>

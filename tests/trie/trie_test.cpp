@@ -282,10 +282,6 @@ auto enclosing(const std::vector<typename F::Entry> &in, const Addr &a,
   return out;
 }
 
-Addr random_addr(std::mt19937 &rng) {
-  return {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()), uint32_t(rng())};
-}
-
 // Nested chains, /0, host routes, exact duplicates and a dense cluster
 // sharing many leading bits.
 template <class F>
@@ -294,10 +290,10 @@ std::vector<typename F::Entry> random_set(std::mt19937 &rng, uint32_t n) {
     return uint32_t(lo + rng() % (hi - lo + 1));
   };
   uint32_t shared = len_in(0, F::kBits - 8);
-  Addr cluster = tt::cut<F>(random_addr(rng), shared);
+  Addr cluster = tt::cut<F>(tt::random_addr(rng), shared);
   std::vector<typename F::Entry> out;
   while (out.size() < n) {
-    Addr a = random_addr(rng);
+    Addr a = tt::random_addr(rng);
     if (rng() % 2) a = tt::cut<F>(a, len_in(0, F::kBits));  // 10/8, 10/16...
     Addr top = tt::cut<F>(a, shared);
     if (rng() % 2)  // into the cluster
@@ -373,7 +369,7 @@ TYPED_TEST(TrieTest, MatchesBruteForceAndKeepsItsInvariants) {
                   {first, last, tt::step<F>(first, -1), tt::step<F>(last, 1)});
     }
     for (int i = 0; i < 200; ++i)
-      keys.push_back(tt::cut<F>(random_addr(rng), F::kBits));
+      keys.push_back(tt::cut<F>(tt::random_addr(rng), F::kBits));
     for (const Addr &k : keys) {
       auto found = enclosing<F>(in, k, F::kBits + 1);
       uint32_t got = F::lpmatch(t, k);
