@@ -13,9 +13,7 @@ namespace {
 
 // Element equality is always byte-wise, compared in place.
 bool same_bytes(const char *a, const char *b, uint32_t n) {
-  for (uint32_t i = 0; i < n; i++)
-    if (a[i] != b[i]) return false;
-  return true;
+  return memcmp(a, b, n) == 0;
 }
 
 // The default order is memcmp over one element's bytes: the host's sort
