@@ -47,6 +47,12 @@ inline size_t slot_offset(uint32_t index, uint32_t esize) {
   return size_t{index} * esize;
 }
 
+// Bytes of the whole storage block. Growth limits every element count and
+// byte size to 32 bits, so this product never wraps.
+inline uint32_t storage_bytes(const sc_vector *v) {
+  return v->nAlloc * v->elementSize;
+}
+
 inline char *slot(const sc_vector *v, uint32_t index) {
   return static_cast<char *>(v->elements) + slot_offset(index, v->elementSize);
 }

@@ -8,16 +8,11 @@
 
 using vds::vector::kModule;
 using vds::vector::slot;
+using vds::vector::storage_bytes;
 
 namespace {
 
 constexpr uint16_t kDefaultResizeFactor = 50;
-
-// Growth limits every element count and byte size to 32 bits, so this
-// product never wraps.
-uint32_t storage_bytes(const sc_vector *v) {
-  return v->nAlloc * v->elementSize;
-}
 
 // Makes room for at least `wanted` slots, growing to (100 + resizeFactor)%
 // of `wanted`. On failure the vector is unchanged. `wanted` is 64-bit so an

@@ -94,7 +94,8 @@ VDS_API void sc_vector_get_all(const sc_vector *v, void *buffer) {
 
 VDS_API uint32_t sc_vector_memory_usage(const sc_vector *v) {
   if (!v) return 0;
-  return static_cast<uint32_t>(sizeof(sc_vector)) + v->nAlloc * v->elementSize;
+  return static_cast<uint32_t>(sizeof(sc_vector)) +
+         vds::vector::storage_bytes(v);
 }
 
 VDS_API void sc_vector_debug(const sc_vector *v, int verbose) {
