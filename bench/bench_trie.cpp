@@ -3,22 +3,16 @@
 // prefixes with a realistic length mix, many of them nested.
 #include <stdint.h>
 #include <stdio.h>
-#include <time.h>
 
 #include <random>
 #include <vector>
 
+#include "bench_util.h"
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
 #include "sc_host_default.h"
 
 namespace {
-
-double now() {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return ts.tv_sec + ts.tv_nsec * 1e-9;
-}
 
 // Picks a prefix length from a weighted mix.
 struct LengthMix {
@@ -99,9 +93,8 @@ template <class Trie, class Build, class Lookup, class Keys>
 Result measure(Build build, Lookup lookup, const Keys &random_keys,
                const Keys &table_keys) {
   Result r{};
-  double t0 = now();
-  Trie *t = build();
-  r.build_s = now() - t0;
+  Trie *t = nullptr;
+  r.build_s = bench::seconds([&] { t = build(); });
   if (!t) {
     fprintf(stderr, "construction failed\n");
     return r;
@@ -114,9 +107,9 @@ Result measure(Build build, Lookup lookup, const Keys &random_keys,
     const Keys &keys = pass ? table_keys : random_keys;
     double best = 1e9;
     for (int rep = 0; rep < 3; ++rep) {
-      double s = now();
-      for (const auto &k : keys) r.check += lookup(t, k);
-      double e = now() - s;
+      double e = bench::seconds([&] {
+        for (const auto &k : keys) r.check += lookup(t, k);
+      });
       if (e < best) best = e;
     }
     (pass ? r.table_mlps : r.random_mlps) = keys.size() / best / 1e6;
