@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "lpm_trie.h"
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
 #include "sc_host_default.h"
@@ -89,11 +90,10 @@ struct Result {
   uint64_t check;
 };
 
-template <class Trie, class Build, class Lookup, class Keys>
-Result measure(Build build, Lookup lookup, const Keys &random_keys,
-               const Keys &table_keys) {
+template <class Ops, class Build, class Keys>
+Result measure(Build build, const Keys &random_keys, const Keys &table_keys) {
   Result r{};
-  Trie *t = nullptr;
+  typename Ops::Trie *t = nullptr;
   r.build_s = bench::seconds([&] { t = build(); });
   if (!t) {
     fprintf(stderr, "construction failed\n");
@@ -108,14 +108,14 @@ Result measure(Build build, Lookup lookup, const Keys &random_keys,
     double best = 1e9;
     for (int rep = 0; rep < 3; ++rep) {
       double e = bench::seconds([&] {
-        for (const auto &k : keys) r.check += lookup(t, k);
+        for (const auto &k : keys) r.check += Ops::lookup(t, k);
       });
       if (e < best) best = e;
     }
     (pass ? r.table_mlps : r.random_mlps) = keys.size() / best / 1e6;
   }
-  r.memory = lookup.memory(t);
-  lookup.destruct(t);
+  r.memory = Ops::memory(t);
+  Ops::destruct(t);
   return r;
 }
 
@@ -130,27 +130,6 @@ void report(const char *name, uint32_t n, uint32_t fill, uint32_t root,
       double(r.memory) / n, r.entries, r.prefixes, r.nodes, r.root_branch,
       r.random_mlps, r.table_mlps, (unsigned long long)r.check);
 }
-
-struct Lookup4 {
-  uint32_t operator()(const sc_btrie *t, uint32_t k) const {
-    return sc_btrie_lpmatch(t, k);
-  }
-  uint32_t memory(const sc_btrie *t) const { return sc_btrie_memory_usage(t); }
-  void destruct(sc_btrie *t) const { sc_btrie_destruct(t); }
-};
-
-struct Key6 {
-  uint32_t w[4];
-};
-struct Lookup6 {
-  uint32_t operator()(const sc_btrie6 *t, const Key6 &k) const {
-    return sc_btrie6_lpmatch(t, k.w);
-  }
-  uint32_t memory(const sc_btrie6 *t) const {
-    return sc_btrie6_memory_usage(t);
-  }
-  void destruct(sc_btrie6 *t) const { sc_btrie6_destruct(t); }
-};
 
 }  // namespace
 
@@ -168,15 +147,15 @@ int main() {
     k = e.addr | (uint32_t(rng()) & ~mask(e.len));
   }
   for (uint32_t root : {0u, 16u}) {
-    auto r = measure<sc_btrie>(
+    auto r = measure<lpm::Ops4>(
         [&] { return sc_btrie_construct(ctx, v4.data(), n4, 50, root); },
-        Lookup4{}, random4, table4);
+        random4, table4);
     report("IPv4", n4, 50, root, r);
   }
 
   const uint32_t n6 = 100000;
   auto v6 = ipv6_table(n6, rng);
-  std::vector<Key6> random6(kKeys), table6(kKeys);
+  std::vector<lpm::Ops6::Key> random6(kKeys), table6(kKeys);
   for (auto &k : random6)
     k = {{0x20000000 | (uint32_t(rng()) & 0x1FFFFFFF), uint32_t(rng()),
           uint32_t(rng()), uint32_t(rng())}};
@@ -184,12 +163,12 @@ int main() {
     const sc_btrie6_entry &e = v6[rng() % n6];
     k = {{e.addr[0], e.addr[1], uint32_t(rng()), uint32_t(rng())}};
     if (e.len < 64)
-      k.w[1] |= uint32_t(rng()) & ~(e.len > 32 ? mask(e.len - 32) : 0);
+      k[1] |= uint32_t(rng()) & ~(e.len > 32 ? mask(e.len - 32) : 0);
   }
   for (uint32_t root : {0u, 12u}) {
-    auto r = measure<sc_btrie6>(
+    auto r = measure<lpm::Ops6>(
         [&] { return sc_btrie6_construct(ctx, v6.data(), n6, 50, root); },
-        Lookup6{}, random6, table6);
+        random6, table6);
     report("IPv6", n6, 50, root, r);
   }
   sc_host_ctx_destroy(ctx);
