@@ -6,11 +6,11 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <chrono>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "bench_util.h"
 #include "sc_hash.h"
 #include "sc_host_default.h"
 #include "sc_khash.h"
@@ -49,14 +49,6 @@ struct Keys {
 struct Rates {
   double insert, find, erase;  // millions of operations per second
 };
-
-template <class F>
-double seconds(F body) {
-  auto t0 = std::chrono::steady_clock::now();
-  body();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0)
-      .count();
-}
 
 // One adapter per table; every one runs the same three phases.
 struct HashTable {
@@ -135,15 +127,15 @@ Rates measure(const Keys &keys) {
   double ins = 0, fnd = 0, del = 0;
   for (uint32_t rep = 0; rep < reps; rep++) {
     Table t(keys.n);
-    ins += seconds([&] {
+    ins += bench::seconds([&] {
       for (uint32_t i = 0; i < keys.n; i++)
         misses += !t.insert(keys[i], keys.ksz, value);
     });
-    fnd += seconds([&] {
+    fnd += bench::seconds([&] {
       for (uint32_t i = 0; i < keys.n; i++)
         misses += !t.find(keys[i], keys.ksz);
     });
-    del += seconds([&] {
+    del += bench::seconds([&] {
       for (uint32_t i = 0; i < keys.n; i++)
         misses += !t.erase(keys[i], keys.ksz);
     });
