@@ -61,7 +61,6 @@ struct Peer;
 template <>
 struct Peer<lpm::Ops4> {
   static constexpr const char *kName = "rte_lpm";
-  static constexpr uint32_t kMaxNextHop = (1u << 24) - 1;
   rte_lpm *t = nullptr;
 
   bool build(const std::vector<sc_btrie_entry> &in, std::string &why) {
@@ -98,7 +97,6 @@ struct Peer<lpm::Ops4> {
 template <>
 struct Peer<lpm::Ops6> {
   static constexpr const char *kName = "rte_lpm6";
-  static constexpr uint32_t kMaxNextHop = (1u << 21) - 1;
   rte_lpm6 *t = nullptr;
 
   static void bytes(const uint32_t *w, uint8_t out[16]) {

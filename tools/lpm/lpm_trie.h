@@ -52,7 +52,6 @@ struct Ops4 {
 
   static Addr entry_addr(const Entry &e) { return Addr{{e.addr, 0, 0, 0}}; }
   static unsigned entry_len(const Entry &e) { return e.len; }
-  static Addr key_addr(const Key &k) { return Addr{{k, 0, 0, 0}}; }
   static Key addr_key(const Addr &a) { return a.w[0]; }
 };
 
@@ -96,7 +95,6 @@ struct Ops6 {
     return Addr{{e.addr[0], e.addr[1], e.addr[2], e.addr[3]}};
   }
   static unsigned entry_len(const Entry &e) { return e.len; }
-  static Addr key_addr(const Key &k) { return Addr{{k[0], k[1], k[2], k[3]}}; }
   static Key addr_key(const Addr &a) {
     return {a.w[0], a.w[1], a.w[2], a.w[3]};
   }
