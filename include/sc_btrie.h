@@ -103,6 +103,29 @@ void sc_btrie_print(const sc_btrie *trie);
 void sc_btrie_lpmatch_bulk(const sc_btrie *trie, const uint32_t *keys,
                            uint32_t *data, uint32_t n);
 
+/* Compiled forwarding table: a read-only copy of a finished trie laid out
+ * for lookups alone (a few MiB, a handful of cache-resident loads per
+ * lookup). For every key some stored prefix covers, sc_btrie_fib_lookup
+ * answers what sc_btrie_lpmatch of that trie answers (a stored 0
+ * included); for a key no prefix covers it answers `miss`, so a non-zero
+ * miss tells a miss from a stored 0 (miss 0 gives lpmatch's answers
+ * everywhere). The table holds no pointer into the trie, which may be
+ * destructed first. Blocks are taken and given back by the trie's rule
+ * (size-class context when given and the block fits its limit, else
+ * __sc_kmalloc). A null trie or a failed allocation gets a level-2
+ * diagnostic ("sc_btrie_fib_construct: ..."), a null result and nothing
+ * left taken. Lookups take a table from construct (never null); the
+ * destructor accepts null, and memory_usage of null is 0. */
+typedef struct sc_btrie_fib sc_btrie_fib;
+sc_btrie_fib *sc_btrie_fib_construct(void *sz_ctx, const sc_btrie *trie,
+                                     uint32_t miss);
+void sc_btrie_fib_destruct(sc_btrie_fib *fib);
+uint32_t sc_btrie_fib_lookup(const sc_btrie_fib *fib, uint32_t key);
+/* data[i] = sc_btrie_fib_lookup(fib, keys[i]) for i < n, walks interleaved */
+void sc_btrie_fib_lookup_bulk(const sc_btrie_fib *fib, const uint32_t *keys,
+                              uint32_t *data, uint32_t n);
+uint32_t sc_btrie_fib_memory_usage(const sc_btrie_fib *fib);
+
 #ifdef __cplusplus
 }
 #endif

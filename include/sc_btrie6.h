@@ -85,6 +85,20 @@ void sc_btrie6_print(const sc_btrie6 *trie);
 void sc_btrie6_lpmatch_bulk(const sc_btrie6 *trie, const uint32_t (*keys)[4],
                             uint32_t *data, uint32_t n);
 
+/* Compiled forwarding table, as the IPv4 one (see sc_btrie.h): covered
+ * keys answer what sc_btrie6_lpmatch answers, others `miss`; messages
+ * read "sc_btrie6_fib_construct: ...". */
+typedef struct sc_btrie6_fib sc_btrie6_fib;
+sc_btrie6_fib *sc_btrie6_fib_construct(void *sz_ctx, const sc_btrie6 *trie,
+                                       uint32_t miss);
+void sc_btrie6_fib_destruct(sc_btrie6_fib *fib);
+uint32_t sc_btrie6_fib_lookup(const sc_btrie6_fib *fib, const uint32_t key[4]);
+/* data[i] = sc_btrie6_fib_lookup(fib, keys[i]) for i < n, walks interleaved */
+void sc_btrie6_fib_lookup_bulk(const sc_btrie6_fib *fib,
+                               const uint32_t (*keys)[4], uint32_t *data,
+                               uint32_t n);
+uint32_t sc_btrie6_fib_memory_usage(const sc_btrie6_fib *fib);
+
 #ifdef __cplusplus
 }
 #endif

@@ -3,3 +3,24 @@
 #pragma once
 
 #define VDS_API __attribute__((visibility("default")))
+
+// Defines the exported function `name` (declared in a public header) as
+// `impl args`, compiled twice, with and without the processor's population
+// count instruction; the loader binds the one the processor can run, once,
+// when the library is loaded. So the generic build runs on any x86, 32-bit
+// included, and still counts bits in one instruction where it can. impl
+// must be inlined into both copies (gnu::always_inline).
+#define VDS_API_POPCOUNT(ret, name, params, args, impl)                       \
+  static ret name##_generic params { return impl args; }                      \
+  [[gnu::target("popcnt")]] static ret name##_popcnt params {                 \
+    return impl args;                                                         \
+  }                                                                           \
+  extern "C" {                                                                \
+  [[gnu::used, gnu::no_sanitize_address,                                      \
+    gnu::no_sanitize_undefined]] static auto name##_resolve()                 \
+      -> ret(*) params {                                                      \
+    __builtin_cpu_init();                                                     \
+    return __builtin_cpu_supports("popcnt") ? name##_popcnt : name##_generic; \
+  }                                                                           \
+  }                                                                           \
+  VDS_API ret name params __attribute__((ifunc(#name "_resolve")))

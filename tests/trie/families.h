@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <random>
+#include <set>
 #include <vector>
 
 #include "gtest/gtest.h"
@@ -19,39 +20,48 @@ namespace tt {
 using Addr = std::array<uint32_t, 4>;
 
 // The family's records and operations, named alike for both.
-#define TT_FAMILY(Name, p, W, none, max_branch, key)                    \
-  struct Name {                                                         \
-    using Trie = p;                                                     \
-    using Entry = p##_entry;                                            \
-    using Iter = p##_iter;                                              \
-    using Item = p##_item;                                              \
-    static constexpr uint32_t kWords = W, kBits = 32 * W, kNone = none; \
-    static constexpr uint32_t kMaxBranch = max_branch;                  \
-    static constexpr const char *kName = #p "_construct";               \
-    static constexpr const char *kModule = "lib/pfe/ds/src/" #p;        \
-    static constexpr auto construct = p##_construct;                    \
-    static constexpr auto destruct = p##_destruct;                      \
-    static constexpr auto iter = p##_iter_construct;                    \
-    static constexpr auto next = p##_iter_next;                         \
-    static constexpr auto iter_destruct = p##_iter_destruct;            \
-    static constexpr auto set_destructor = p##_set_data_destructor;     \
-    static constexpr auto memory = p##_memory_usage;                    \
-    static constexpr auto print = p##_print;                            \
-    static constexpr auto stats = p##_print_stats;                      \
-    static uint32_t lpmatch(const Trie *t, const Addr &k) {             \
-      return p##_lpmatch(t, key);                                       \
-    }                                                                   \
-    static Entry entry(const Addr &a, uint32_t len, uint32_t data) {    \
-      Entry e{{}, len, 0, data};                                        \
-      memcpy(&e.addr, a.data(), 4 * W);                                 \
-      return e;                                                         \
-    }                                                                   \
-    template <class R> /* an entry or an item */                        \
-    static Addr addr(const R &r) {                                      \
-      Addr a{};                                                         \
-      memcpy(a.data(), &r.addr, 4 * W);                                 \
-      return a;                                                         \
-    }                                                                   \
+#define TT_FAMILY(Name, p, W, none, max_branch, key)                       \
+  struct Name {                                                            \
+    using Trie = p;                                                        \
+    using Entry = p##_entry;                                               \
+    using Iter = p##_iter;                                                 \
+    using Item = p##_item;                                                 \
+    static constexpr uint32_t kWords = W, kBits = 32 * W, kNone = none;    \
+    static constexpr uint32_t kMaxBranch = max_branch;                     \
+    static constexpr const char *kName = #p "_construct";                  \
+    static constexpr const char *kModule = "lib/pfe/ds/src/" #p;           \
+    static constexpr auto construct = p##_construct;                       \
+    static constexpr auto destruct = p##_destruct;                         \
+    static constexpr auto iter = p##_iter_construct;                       \
+    static constexpr auto next = p##_iter_next;                            \
+    static constexpr auto iter_destruct = p##_iter_destruct;               \
+    static constexpr auto set_destructor = p##_set_data_destructor;        \
+    static constexpr auto memory = p##_memory_usage;                       \
+    static constexpr auto print = p##_print;                               \
+    static constexpr auto stats = p##_print_stats;                         \
+    static uint32_t lpmatch(const Trie *t, const Addr &k) {                \
+      return p##_lpmatch(t, key);                                          \
+    }                                                                      \
+    using Fib = p##_fib;                                                   \
+    static constexpr auto fib_construct = p##_fib_construct;               \
+    static constexpr auto fib_destruct = p##_fib_destruct;                 \
+    static constexpr auto fib_memory = p##_fib_memory_usage;               \
+    static constexpr const char *kFibName = #p "_fib_construct";           \
+    static constexpr const char *kFibModule = "lib/pfe/ds/src/" #p "_fib"; \
+    static uint32_t fib_lookup(const Fib *f, const Addr &k) {              \
+      return p##_fib_lookup(f, key);                                       \
+    }                                                                      \
+    static Entry entry(const Addr &a, uint32_t len, uint32_t data) {       \
+      Entry e{{}, len, 0, data};                                           \
+      memcpy(&e.addr, a.data(), 4 * W);                                    \
+      return e;                                                            \
+    }                                                                      \
+    template <class R> /* an entry or an item */                           \
+    static Addr addr(const R &r) {                                         \
+      Addr a{};                                                            \
+      memcpy(a.data(), &r.addr, 4 * W);                                    \
+      return a;                                                            \
+    }                                                                      \
   };
 TT_FAMILY(V4, sc_btrie, 1, SC_BTRIE_NO_PREFIX, 31, k[0])
 TT_FAMILY(V6, sc_btrie6, 4, SC_BTRIE6_NO_PREFIX, 15, k.data())
@@ -93,6 +103,54 @@ std::vector<typename F::Entry> reference_set() {
   return {F::entry({d}, 32, 0xA), F::entry({d, 0x10000}, 48, 0xB),
           F::entry({d, 0x20000}, 48, 0xC), F::entry({0xFE800000}, 10, 0xD),
           F::entry({}, 0, 0xE)};
+}
+
+// Longest covering prefix by scanning every entry.
+template <class F>
+uint32_t brute_force(const std::vector<typename F::Entry> &in, const Addr &k) {
+  int best_len = -1;
+  uint32_t data = 0;
+  for (auto &e : in)
+    if (int(e.len) > best_len && cut<F>(k, e.len) == F::addr(e)) {
+      best_len = int(e.len);
+      data = e.data;
+    }
+  return data;
+}
+
+// Distinct prefixes in nested runs (so leaves fall back on prefix chains),
+// with the default route and host routes among them.
+template <class F>
+std::vector<typename F::Entry> prefix_set(std::mt19937 &rng, uint32_t n) {
+  std::set<std::pair<Addr, uint32_t>> seen;
+  std::vector<typename F::Entry> out;
+  auto add = [&](const Addr &a, uint32_t len) {
+    Addr c = cut<F>(a, len);
+    if (seen.insert({c, len}).second)
+      out.push_back(F::entry(c, len, uint32_t(out.size()) + 1));
+  };
+  add({}, 0);
+  if (n >= 40) {
+    // Host routes that each differ from one address in one bit: the walk
+    // to that address passes a node per bit, deeper than any fixed number
+    // of levels.
+    Addr a = random_addr(rng);
+    add(a, F::kBits);
+    for (uint32_t bit = 1; bit < F::kBits; bit += 3) {
+      Addr b = a;
+      b[bit / 32] ^= 0x80000000u >> (bit % 32);
+      add(b, F::kBits);
+    }
+  }
+  while (out.size() < n) {
+    Addr a = random_addr(rng);
+    uint32_t len = 1 + rng() % F::kBits;
+    for (uint32_t l = len; l > 0 && out.size() < n;
+         l -= std::min(l, 1 + uint32_t(rng() % 12)))
+      add(a, l);
+    if (rng() % 8 == 0) add(a, F::kBits);
+  }
+  return out;
 }
 
 }  // namespace tt

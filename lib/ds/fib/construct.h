@@ -1,0 +1,120 @@
+// Construction, destruction and accounting of a compiled table, shared by
+// both widths. F is a family: a Shape (table.h) plus kModule (its source
+// name for diagnostics and the size-class allocator), kConstruct (the
+// construct operation's name for messages) and Fib (its public record,
+// derived from Table). Blocks follow the trie's allocation rule
+// (trie/blocks.h), so a table and its trie draw from their allocators
+// alike.
+#pragma once
+
+#include <stdint.h>
+#include <string.h>
+
+#include "diag.h"
+#include "fib/compile.h"
+#include "fib/prefixes.h"
+#include "trie/blocks.h"
+
+namespace vds::fib {
+
+template <class F>
+uint32_t root_bytes() {
+  return F::kRootSlots * sizeof(uint32_t);
+}
+template <class F>
+uint32_t root_inner_bytes() {
+  return F::kRootSlots / 8;
+}
+
+// Gives back every block the table holds (an array not yet taken is null)
+// and the record itself.
+template <class F>
+void destruct(typename F::Fib *f) {
+  if (!f) return;
+  void *ctx = f->sz_ctx;
+  if (f->root) trie::give<F>(ctx, f->root, root_bytes<F>());
+  if (f->root_inner) trie::give<F>(ctx, f->root_inner, root_inner_bytes<F>());
+  if (f->nodes) trie::give<F>(ctx, f->nodes, f->n_nodes * sizeof(Node));
+  if (f->leaves) trie::give<F>(ctx, f->leaves, f->n_leaves * sizeof(uint32_t));
+  trie::give<F>(ctx, f, sizeof(typename F::Fib));
+}
+
+template <class F>
+uint32_t memory_usage(const typename F::Fib *f) {
+  if (!f) return 0;
+  return static_cast<uint32_t>(sizeof(typename F::Fib)) + root_bytes<F>() +
+         root_inner_bytes<F>() + f->n_nodes * sizeof(Node) +
+         f->n_leaves * sizeof(uint32_t);
+}
+
+// A block of count elements of the given size, or null (with the failure
+// reported) when it cannot be taken or its size does not fit 32 bits.
+template <class F>
+void *take_array(void *ctx, uint64_t count, uint32_t size) {
+  uint64_t bytes = count * size;
+  void *block = bytes <= UINT32_MAX
+                    ? trie::take<F>(ctx, static_cast<uint32_t>(bytes))
+                    : nullptr;
+  if (!block)
+    VDS_DIAG(kFailure, F::kModule, "%s: sc_kmalloc(%llu) failed\n",
+             F::kConstruct, static_cast<unsigned long long>(bytes));
+  return block;
+}
+
+template <class F>
+typename F::Fib *construct(void *ctx, const typename F::Trie *trie,
+                           uint32_t miss) {
+  using Fib = typename F::Fib;
+  using Item = Prefix<F::kWords>;
+  if (!trie) {
+    VDS_DIAG(kFailure, F::kModule, "%s: trie is 0!\n", F::kConstruct);
+    return nullptr;
+  }
+  auto *f = static_cast<Fib *>(take_array<F>(ctx, 1, sizeof(Fib)));
+  if (!f) return nullptr;
+  memset(static_cast<void *>(f), 0, sizeof(Fib));
+  f->sz_ctx = ctx;
+  f->miss = miss;
+  f->root = static_cast<uint32_t *>(
+      take_array<F>(ctx, F::kRootSlots, sizeof(uint32_t)));
+  if (f->root)
+    f->root_inner = static_cast<uint32_t *>(
+        take_array<F>(ctx, F::kRootSlots / 32, sizeof(uint32_t)));
+  if (!f->root_inner) {
+    destruct<F>(f);
+    return nullptr;
+  }
+
+  const uint32_t n = count_prefixes<F>(trie);
+  Item *items = nullptr;
+  if (n) {
+    items = static_cast<Item *>(take_array<F>(ctx, n, sizeof(Item)));
+    if (!items) {
+      destruct<F>(f);
+      return nullptr;
+    }
+    list_prefixes<F>(trie, items);
+  }
+
+  Compiler<F> count(items, n, f, false);
+  count.run();
+  if (count.nodes())
+    f->nodes =
+        static_cast<Node *>(take_array<F>(ctx, count.nodes(), sizeof(Node)));
+  if (f->nodes || !count.nodes()) {  // the leaves always hold one word
+    f->n_nodes = static_cast<uint32_t>(count.nodes());
+    f->leaves = static_cast<uint32_t *>(
+        take_array<F>(ctx, count.leaves(), sizeof(uint32_t)));
+    if (f->leaves) f->n_leaves = static_cast<uint32_t>(count.leaves());
+  }
+  bool complete = f->n_nodes == count.nodes() && f->n_leaves == count.leaves();
+  if (complete) Compiler<F>(items, n, f, true).run();
+  if (items) trie::give<F>(ctx, items, n * static_cast<uint32_t>(sizeof(Item)));
+  if (!complete) {
+    destruct<F>(f);
+    return nullptr;
+  }
+  return f;
+}
+
+}  // namespace vds::fib

@@ -1,0 +1,85 @@
+// Lookups in a compiled table: the root slot, then one node per kStride
+// key bits until a leaf. Each step is a load, a population count and a
+// test; nothing allocates or recurses.
+#pragma once
+
+#include <stdint.h>
+
+#include <bit>
+
+#include "fib/table.h"
+
+namespace vds::fib {
+
+// k: the key's words, most significant first, followed by a 0 word.
+template <class S>
+[[gnu::always_inline]] inline uint32_t lookup(const Table *t,
+                                              const uint32_t *k) {
+  uint32_t slot = k[0] >> (32 - S::kRootBits);
+  uint32_t at = t->root[slot];
+  if (!(t->root_inner[slot >> 5] >> (slot & 31) & 1)) return at;
+  const Node *n = t->nodes + at;
+  for (uint32_t p = S::kRootBits;; p += kStride) {
+    uint32_t c = stride_bits<S::kWords>(k, p);
+    uint64_t below = upto(c);
+    if (!(n->inner >> c & 1))
+      return t->leaves[n->leaf_base + std::popcount(n->runs & below)];
+    n = t->nodes + n->child_base + std::popcount(n->inner & below);
+  }
+}
+
+inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
+
+// Lookups of n keys (kWords words each) in groups that descend level by
+// level together, each level's loads prefetched by the level before, so a
+// group's cache misses overlap.
+template <class S>
+[[gnu::always_inline]] inline void lookup_bulk(const Table *t,
+                                               const uint32_t *keys,
+                                               uint32_t *data, uint32_t n) {
+  constexpr uint32_t kGroup = 32, W = S::kWords;
+  uint32_t k[kGroup][W + 1];
+  const Node *node[kGroup];
+  uint32_t walking[kGroup];
+  for (uint32_t base = 0; base < n; base += kGroup) {
+    const uint32_t m = n - base < kGroup ? n - base : kGroup;
+    for (uint32_t j = 0; j < m; ++j) {
+      for (uint32_t w = 0; w < W; ++w) k[j][w] = keys[(base + j) * W + w];
+      k[j][W] = 0;
+      prefetch(t->root + (k[j][0] >> (32 - S::kRootBits)));
+    }
+    uint32_t live = 0;
+    for (uint32_t j = 0; j < m; ++j) {
+      uint32_t slot = k[j][0] >> (32 - S::kRootBits);
+      uint32_t at = t->root[slot];
+      if (t->root_inner[slot >> 5] >> (slot & 31) & 1) {
+        node[j] = t->nodes + at;
+        prefetch(node[j]);
+        walking[live++] = j;
+      } else {
+        data[base + j] = at;
+      }
+    }
+    for (uint32_t p = S::kRootBits; live; p += kStride) {
+      uint32_t still = 0;
+      for (uint32_t i = 0; i < live; ++i) {
+        uint32_t j = walking[i];
+        const Node *nd = node[j];
+        uint32_t c = stride_bits<W>(k[j], p);
+        uint64_t below = upto(c);
+        if (nd->inner >> c & 1) {
+          node[j] =
+              t->nodes + nd->child_base + std::popcount(nd->inner & below);
+          prefetch(node[j]);
+          walking[still++] = j;
+        } else {
+          data[base + j] =
+              t->leaves[nd->leaf_base + std::popcount(nd->runs & below)];
+        }
+      }
+      live = still;
+    }
+  }
+}
+
+}  // namespace vds::fib
