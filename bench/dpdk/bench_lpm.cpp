@@ -1,20 +1,28 @@
 // The tries against DPDK's LPM tables, in one process, on the same prefixes
 // and the same keys: build time, memory, single and bulk lookup rates, and
-// the ratios. Cases: the real address-to-ASN table of both families (the
-// embedded one, or the tables given), and 1M synthetic IPv4 prefixes whose
+// the ratios. The tries are measured, and the forwarding tables (fib)
+// compiled from them. Cases: the real address-to-ASN table of both families
+// (the embedded one, or the tables given), and 1M synthetic IPv4 prefixes whose
 // lengths follow a global routing table's mix. Every key's answer is
 // compared between the two libraries.
 //
-//   bench_lpm [--keys N] [--synthetic N] [TABLE...]
+// Each library is measured on two key sets: keys drawn uniformly over the
+// address space and keys inside the table's prefixes. With --threads N the
+// lookups run on N threads at once over the same read-only tables.
+//
+//   bench_lpm [--keys N] [--synthetic N] [--threads N] [TABLE...]
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <random>
 #include <set>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -33,24 +41,62 @@ constexpr uint32_t kFill = 50, kRootBranch4 = 16, kRootBranch6 = 15;
 constexpr uint32_t kBatch = 64;  // keys per bulk call, a typical burst
 constexpr int kRuns = 3;         // each rate is the best of this many runs
 
+// Lookup rates in M/s on one key set, single and bulk.
+struct Rates {
+  double single = 0, bulk = 0;
+};
 struct Row {
-  double build_ms = 0, memory_mb = 0, single = 0, bulk = 0;  // rates in M/s
+  const char *name;
+  double build_ms = 0, memory_mb = 0;
+  Rates uniform, inside;
 };
 
-// Best rate over kRuns runs of f, which handles n keys per run.
-double rate(size_t n, const std::function<void()> &f) {
+// Best rate over kRuns runs of f(thread), which handles n keys per run on
+// each of `threads` threads at once.
+double rate(size_t n, unsigned threads,
+            const std::function<void(unsigned)> &f) {
   double best = 1e30;
   for (int r = 0; r < kRuns; ++r) {
     double t0 = now_seconds();
-    f();
+    if (threads <= 1) {
+      f(0);
+    } else {
+      std::vector<std::thread> pool;
+      for (unsigned i = 0; i < threads; ++i) pool.emplace_back(f, i);
+      for (auto &th : pool) th.join();
+    }
     best = std::min(best, now_seconds() - t0);
   }
-  return static_cast<double>(n) / best / 1e6;
+  return static_cast<double>(n) * std::max(threads, 1u) / best / 1e6;
 }
 
-void print_row(const char *name, const Row &r) {
-  printf("  %-10s %10.1f %11.2f %12.2f %12.2f\n", name, r.build_ms, r.memory_mb,
-         r.single, r.bulk);
+void print_header(unsigned threads) {
+  printf("  %-12s %9s %10s | %-21s | %-21s%s\n", "", "build", "memory",
+         "keys uniform, M/s", "keys inside, M/s",
+         threads > 1 ? "  (all threads together)" : "");
+  printf("  %-12s %9s %10s | %10s %10s | %10s %10s\n", "library", "ms", "MB",
+         "single", "bulk", "single", "bulk");
+}
+
+void print_row(const Row &r) {
+  printf("  %-12s %9.1f %10.2f | %10.2f %10.2f | %10.2f %10.2f\n", r.name,
+         r.build_ms, r.memory_mb, r.uniform.single, r.uniform.bulk,
+         r.inside.single, r.inside.bulk);
+}
+
+// a / b for every figure, and the geometric means of the two key sets.
+[[maybe_unused]] void print_ratio(const Row &a, const Row &b) {
+  char name[64];
+  snprintf(name, sizeof name, "%s/%s", a.name, b.name);
+  printf("  %-12s %9.3f %10.3f | %10.2f %10.2f | %10.2f %10.2f\n", name,
+         a.build_ms / b.build_ms, a.memory_mb / b.memory_mb,
+         a.uniform.single / b.uniform.single, a.uniform.bulk / b.uniform.bulk,
+         a.inside.single / b.inside.single, a.inside.bulk / b.inside.bulk);
+  printf("  %-12s geometric mean of the key sets: single %.2f, bulk %.2f\n", "",
+         std::sqrt(a.uniform.single / b.uniform.single * a.inside.single /
+                   b.inside.single),
+         std::sqrt(a.uniform.bulk / b.uniform.bulk * a.inside.bulk /
+                   b.inside.bulk));
 }
 
 // Data words replaced by small dense numbers, so that every library can
@@ -63,50 +109,98 @@ void densify(std::vector<Entry> &in) {
         id.emplace(e.data, static_cast<uint32_t>(id.size()) + 1).first->second;
 }
 
+// Measures one library on both key sets: single lookups with `one`, bulk
+// lookups with `many`, checking that both answer as `expected` (filled
+// from the first library measured). Returns the number of keys that differ.
+template <class Key, class One, class Many>
+size_t measure(Rates &r, const std::vector<Key> &keys,
+               std::vector<uint32_t> &expected, unsigned threads, One one,
+               Many many) {
+  const uint32_t n = static_cast<uint32_t>(keys.size());
+  std::vector<std::vector<uint32_t>> out(std::max(threads, 1u),
+                                         std::vector<uint32_t>(n));
+  size_t differ = 0;
+  auto check = [&] {
+    if (expected.empty()) expected = out[0];
+    for (uint32_t i = 0; i < n; ++i) differ += out[0][i] != expected[i];
+  };
+  r.single = rate(n, threads, [&](unsigned i) { one(keys, out[i].data(), n); });
+  check();
+  r.bulk = rate(n, threads, [&](unsigned i) { many(keys, out[i].data(), n); });
+  check();
+  return differ;
+}
+
 template <class Ops>
 void run_case(const char *title, std::vector<typename Ops::Entry> in,
-              size_t n_keys, bool peer_ready) {
+              size_t n_keys, unsigned threads, bool peer_ready) {
   size_t dropped = keep_first_of_duplicates<Ops>(in);
   densify(in);
-  auto keys = draw_keys<Ops>(in, n_keys);
-  printf(
-      "\n%s: %zu prefixes (%zu repeated ones dropped), %zu keys (half "
-      "within the prefixes, half uniform)\n  %-10s %10s %11s %12s %12s\n",
-      title, in.size(), dropped, n_keys, "library", "build ms", "memory MB",
-      "single M/s", "bulk M/s");
-  const uint32_t n = static_cast<uint32_t>(keys.size());
-  std::vector<uint32_t> ours_out(n), out(n);
+  using Keys = std::vector<typename Ops::Key>;
+  Keys uniform = draw_keys<Ops>(in, n_keys, KeyMix::uniform);
+  Keys inside = draw_keys<Ops>(in, n_keys, KeyMix::inside);
+  std::vector<uint32_t> want_uniform, want_inside;
+  printf("\n%s: %zu prefixes (%zu repeated ones dropped), %zu keys a set\n",
+         title, in.size(), dropped, n_keys);
+  print_header(threads);
 
-  Row ours;
+  Row trie{"vell trie", 0, 0, {}, {}}, fib{"vell fib", 0, 0, {}, {}};
   double t0 = now_seconds();
   typename Ops::Trie *t =
       Ops::construct(in.data(), static_cast<uint32_t>(in.size()), kFill,
                      Ops::family == Family::v4 ? kRootBranch4 : kRootBranch6);
-  ours.build_ms = (now_seconds() - t0) * 1e3;
+  trie.build_ms = (now_seconds() - t0) * 1e3;
   if (!t) {
     printf("  trie not built\n");
     return;
   }
-  ours.memory_mb = Ops::memory(t) / 1048576.0;
-  ours.single = rate(n, [&] {
-    for (uint32_t i = 0; i < n; ++i) ours_out[i] = Ops::lookup(t, keys[i]);
-  });
-  ours.bulk = rate(n, [&] {
-    for (uint32_t i = 0; i < n; i += kBatch)
-      Ops::lookup_bulk(t, &keys[i], &out[i], std::min(kBatch, n - i));
-  });
+  trie.memory_mb = Ops::memory(t) / 1048576.0;
+  t0 = now_seconds();
+  typename Ops::Fib *f = Ops::fib_construct(t, 0);
+  fib.build_ms = (now_seconds() - t0) * 1e3;
+  if (!f) {
+    printf("  fib not built\n");
+    Ops::destruct(t);
+    return;
+  }
+  fib.memory_mb = Ops::fib_memory(f) / 1048576.0;
+
   size_t differ = 0;
-  for (uint32_t i = 0; i < n; ++i) differ += out[i] != ours_out[i];
-  print_row("vell-ds", ours);
+  for (auto [r, keys, want] :
+       {std::tuple{&trie.uniform, &uniform, &want_uniform},
+        std::tuple{&trie.inside, &inside, &want_inside}})
+    differ += measure(
+        *r, *keys, *want, threads,
+        [&](const Keys &k, uint32_t *d, uint32_t n) {
+          for (uint32_t i = 0; i < n; ++i) d[i] = Ops::lookup(t, k[i]);
+        },
+        [&](const Keys &k, uint32_t *d, uint32_t n) {
+          for (uint32_t i = 0; i < n; i += kBatch)
+            Ops::lookup_bulk(t, &k[i], &d[i], std::min(kBatch, n - i));
+        });
+  print_row(trie);
+  for (auto [r, keys, want] :
+       {std::tuple{&fib.uniform, &uniform, &want_uniform},
+        std::tuple{&fib.inside, &inside, &want_inside}})
+    differ += measure(
+        *r, *keys, *want, threads,
+        [&](const Keys &k, uint32_t *d, uint32_t n) {
+          for (uint32_t i = 0; i < n; ++i) d[i] = Ops::fib_lookup(f, k[i]);
+        },
+        [&](const Keys &k, uint32_t *d, uint32_t n) {
+          for (uint32_t i = 0; i < n; i += kBatch)
+            Ops::fib_lookup_bulk(f, &k[i], &d[i], std::min(kBatch, n - i));
+        });
+  print_row(fib);
+  Ops::fib_destruct(f);
   Ops::destruct(t);
-  if (differ)
-    printf("  vell-ds bulk and single lookups differ for %zu keys\n", differ);
+  if (differ) printf("  ANSWERS DIFFER between vell-ds lookups: %zu\n", differ);
 
 #ifdef VELL_HAVE_DPDK
   if (!peer_ready) return;
   using P = peer::Peer<Ops>;
-  Row theirs;
-  auto their_keys = P::convert(keys);
+  Row theirs{P::kName, 0, 0, {}, {}};
+  auto their_uniform = P::convert(uniform), their_inside = P::convert(inside);
   uint64_t before = peer::heap_bytes();
   t0 = now_seconds();
   P p;
@@ -118,23 +212,22 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
   theirs.build_ms = (now_seconds() - t0) * 1e3;
   theirs.memory_mb =
       static_cast<double>(peer::heap_bytes() - before) / 1048576.0;
-  theirs.single = rate(n, [&] { p.lookup(their_keys, out.data(), n); });
-  size_t single_differ = 0;
-  for (uint32_t i = 0; i < n; ++i) single_differ += out[i] != ours_out[i];
-  theirs.bulk =
-      rate(n, [&] { p.lookup_bulk(their_keys, out.data(), n, kBatch); });
+  using PK = typename P::Keys;
   differ = 0;
-  for (uint32_t i = 0; i < n; ++i) differ += out[i] != ours_out[i];
-  print_row(P::kName, theirs);
-  printf(
-      "  %-10s %10.2f %11.2f %12.2f %12.2f   (vell-ds / %s; lookups: "
-      "higher is better, build and memory: lower)\n",
-      "ratio", ours.build_ms / theirs.build_ms,
-      ours.memory_mb / theirs.memory_mb, ours.single / theirs.single,
-      ours.bulk / theirs.bulk, P::kName);
-  if (single_differ || differ)
-    printf("  ANSWERS DIFFER from %s: %zu single, %zu bulk\n", P::kName,
-           single_differ, differ);
+  for (auto [r, keys, want] :
+       {std::tuple{&theirs.uniform, &their_uniform, &want_uniform},
+        std::tuple{&theirs.inside, &their_inside, &want_inside}})
+    differ += measure(
+        *r, *keys, *want, threads,
+        [&](const PK &k, uint32_t *d, uint32_t n) { p.lookup(k, d, n); },
+        [&](const PK &k, uint32_t *d, uint32_t n) {
+          p.lookup_bulk(k, d, n, kBatch);
+        });
+  print_row(theirs);
+  print_ratio(fib, theirs);
+  print_ratio(trie, theirs);
+  if (differ)
+    printf("  ANSWERS DIFFER from %s for %zu lookups\n", P::kName, differ);
   else
     printf("  every answer equals %s's\n", P::kName);
 #else
@@ -175,15 +268,19 @@ std::vector<sc_btrie_entry> synthetic4(size_t n) {
 
 int main(int argc, char **argv) {
   size_t n_keys = 4000000, n_synthetic = 1000000;
+  unsigned threads = 1;
   std::vector<std::string> tables;
   for (int i = 1; i < argc; ++i) {
     if (!strcmp(argv[i], "--keys") && i + 1 < argc)
       n_keys = strtoull(argv[++i], nullptr, 10);
+    else if (!strcmp(argv[i], "--threads") && i + 1 < argc)
+      threads = static_cast<unsigned>(strtoul(argv[++i], nullptr, 10));
     else if (!strcmp(argv[i], "--synthetic") && i + 1 < argc)
       n_synthetic = strtoull(argv[++i], nullptr, 10);
     else if (argv[i][0] == '-') {
       fprintf(stderr,
-              "usage: bench_lpm [--keys N] [--synthetic N] [TABLE...]\n");
+              "usage: bench_lpm [--keys N] [--synthetic N] [--threads N] "
+              "[TABLE...]\n");
       return 2;
     } else {
       tables.push_back(argv[i]);
@@ -214,15 +311,16 @@ int main(int argc, char **argv) {
       "alone\n");
 #endif
   printf(
-      "best of %d runs; bulk lookups in batches of %u keys; trie fill %u, "
-      "root branch %u (IPv4) / %u (IPv6)\n",
-      kRuns, kBatch, kFill, kRootBranch4, kRootBranch6);
+      "best of %d runs; bulk lookups in batches of %u keys; %u thread(s); "
+      "trie fill %u, root branch %u (IPv4) / %u (IPv6); the fib compiled "
+      "from the trie (its build time excludes the trie's)\n",
+      kRuns, kBatch, threads, kFill, kRootBranch4, kRootBranch6);
   if (!table.v4.empty())
-    run_case<Ops4>("IPv4, real table", table.v4, n_keys, peer_ready);
+    run_case<Ops4>("IPv4, real table", table.v4, n_keys, threads, peer_ready);
   if (n_synthetic)
     run_case<Ops4>("IPv4, synthetic table", synthetic4(n_synthetic), n_keys,
-                   peer_ready);
+                   threads, peer_ready);
   if (!table.v6.empty())
-    run_case<Ops6>("IPv6, real table", table.v6, n_keys, peer_ready);
+    run_case<Ops6>("IPv6, real table", table.v6, n_keys, threads, peer_ready);
   return 0;
 }

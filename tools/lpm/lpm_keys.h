@@ -10,20 +10,25 @@
 
 namespace lpm {
 
-// n keys, each with even odds either inside a prefix of `entries` picked at
-// random (random bits beyond its length) or uniform over the address space.
-// The same seed gives the same keys.
+// Where keys fall: inside a prefix of the table picked at random (random
+// bits beyond its length), uniform over the address space, or either with
+// even odds.
+enum class KeyMix { half, uniform, inside };
+
+// n keys drawn as `mix` says; the same seed gives the same keys.
 template <typename Ops>
 std::vector<typename Ops::Key> draw_keys(
     const std::vector<typename Ops::Entry> &entries, size_t n,
-    uint64_t seed = 1) {
+    KeyMix mix = KeyMix::half, uint64_t seed = 1) {
   std::mt19937_64 rng(seed);
   std::vector<typename Ops::Key> keys;
   keys.reserve(n);
   for (size_t i = 0; i < n; ++i) {
     Addr random;
     for (uint32_t &w : random.w) w = static_cast<uint32_t>(rng());
-    if (entries.empty() || rng() % 2) {
+    bool uniform = mix == KeyMix::uniform ||
+                   (mix == KeyMix::half && rng() % 2) || entries.empty();
+    if (uniform) {
       keys.push_back(Ops::addr_key(mask_to(random, width(Ops::family))));
       continue;
     }

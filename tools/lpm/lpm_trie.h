@@ -35,6 +35,22 @@ struct Ops4 {
   }
   static uint32_t memory(const Trie *t) { return sc_btrie_memory_usage(t); }
   static void print_stats(const Trie *t) { sc_btrie_print_stats(t); }
+
+  using Fib = sc_btrie_fib;
+  static Fib *fib_construct(const Trie *t, uint32_t miss) {
+    return sc_btrie_fib_construct(nullptr, t, miss);
+  }
+  static void fib_destruct(Fib *f) { sc_btrie_fib_destruct(f); }
+  static uint32_t fib_lookup(const Fib *f, const Key &k) {
+    return sc_btrie_fib_lookup(f, k);
+  }
+  static void fib_lookup_bulk(const Fib *f, const Key *k, uint32_t *d,
+                              uint32_t n) {
+    sc_btrie_fib_lookup_bulk(f, k, d, n);
+  }
+  static uint32_t fib_memory(const Fib *f) {
+    return sc_btrie_fib_memory_usage(f);
+  }
   static void print(const Trie *t) { sc_btrie_print(t); }
 
   // Calls f(addr, len, data) for every item of the trie's iterator; false
@@ -77,6 +93,23 @@ struct Ops6 {
   }
   static uint32_t memory(const Trie *t) { return sc_btrie6_memory_usage(t); }
   static void print_stats(const Trie *t) { sc_btrie6_print_stats(t); }
+
+  using Fib = sc_btrie6_fib;
+  static Fib *fib_construct(const Trie *t, uint32_t miss) {
+    return sc_btrie6_fib_construct(nullptr, t, miss);
+  }
+  static void fib_destruct(Fib *f) { sc_btrie6_fib_destruct(f); }
+  static uint32_t fib_lookup(const Fib *f, const Key &k) {
+    return sc_btrie6_fib_lookup(f, k.data());
+  }
+  static void fib_lookup_bulk(const Fib *f, const Key *k, uint32_t *d,
+                              uint32_t n) {
+    sc_btrie6_fib_lookup_bulk(f, reinterpret_cast<const uint32_t(*)[4]>(k), d,
+                              n);
+  }
+  static uint32_t fib_memory(const Fib *f) {
+    return sc_btrie6_fib_memory_usage(f);
+  }
   static void print(const Trie *t) { sc_btrie6_print(t); }
 
   template <typename F>
