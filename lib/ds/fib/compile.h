@@ -1,9 +1,10 @@
-// Compiles a list of prefixes (prefixes.h order) into a table's root, nodes
-// and leaves. The same walk runs twice: first to count the nodes and leaves
-// (so each array is taken once, at its exact size), then to write them.
+// Compiles a list of prefixes (prefixes.h order) into a table's root and
+// node pool. The same walk runs twice: first to count the pool's words (so
+// it is taken once, at its exact size), then to write them.
 #pragma once
 
 #include <stdint.h>
+#include <string.h>
 
 #include <bit>
 
@@ -17,14 +18,13 @@ class Compiler {
  public:
   using Item = Prefix<S::kWords>;
 
-  // Counts only, or also writes t's nodes and leaves (taken at the counted
-  // sizes). t->root and t->root_inner are written in both passes.
+  // Counts only, or also writes t's pool (taken at the counted size).
+  // t->root and t->root_inner are written in both passes.
   Compiler(const Item *items, uint32_t n, Table *t, bool write)
       : items_(items), n_(n), t_(t), write_(write) {}
 
   void run() {
     uint32_t *root = t_->root;
-    if (write_) t_->leaves[0] = t_->miss;
     for (uint32_t c = 0; c < S::kRootSlots; ++c) root[c] = t_->miss;
     for (uint32_t w = 0; w < S::kRootSlots / 32; ++w) t_->root_inner[w] = 0;
     paint(root, 0, S::kRootBits, 0, 0, n_);
@@ -35,16 +35,14 @@ class Compiler {
       }
       uint32_t c = root_slot(items_[i]), j = i + 1;
       while (j < n_ && root_slot(items_[j]) == c) ++j;
-      uint32_t at = take_nodes(1), inherited = root[c];
-      root[c] = at;
+      uint32_t inherited = root[c];
+      root[c] = node(S::kRootBits, i, j, inherited);
       t_->root_inner[c >> 5] |= 1u << (c & 31);
-      node(at, S::kRootBits, i, j, inherited);
       i = j;
     }
   }
 
-  uint64_t nodes() const { return nodes_; }
-  uint64_t leaves() const { return leaves_; }
+  uint64_t pool_words() const { return words_; }
 
  private:
   static uint32_t root_slot(const Item &it) {
@@ -75,17 +73,11 @@ class Compiler {
     }
   }
 
-  uint32_t take_nodes(uint32_t count) {
-    uint64_t at = nodes_;
-    nodes_ += count;
-    return static_cast<uint32_t>(at);
-  }
-
-  // Node `at` for the region of the address bits before p, holding items
-  // [lo, hi) (some of them may be shorter than p: they are skipped, since
-  // `inherited`, the answer the region gets from above, covers them).
-  void node(uint32_t at, uint32_t p, uint32_t lo, uint32_t hi,
-            uint32_t inherited) {
+  // Writes the node for the region of the address bits before p, holding
+  // items [lo, hi), and returns its pool position. Items shorter than p
+  // are skipped: `inherited`, the answer the region gets from above,
+  // covers them.
+  uint32_t node(uint32_t p, uint32_t lo, uint32_t hi, uint32_t inherited) {
     uint32_t val[kChildren];
     for (uint32_t &v : val) v = inherited;
     paint(val, p, kStride, p + 1, lo, hi);
@@ -108,28 +100,30 @@ class Compiler {
       first = false;
       last = val[c];
     }
-    uint32_t child_at = take_nodes(static_cast<uint32_t>(std::popcount(inner)));
-    uint64_t leaf_at = leaves_;
-    leaves_ += static_cast<uint32_t>(std::popcount(runs));
-    if (write_) {
-      t_->nodes[at] =
-          Node{inner, runs, child_at - 1, static_cast<uint32_t>(leaf_at) - 1};
-      uint32_t *leaf = t_->leaves + leaf_at;
+    const uint32_t n_runs = static_cast<uint32_t>(std::popcount(runs));
+    const uint64_t at = words_;
+    words_ += kHeaderWords + n_runs + std::popcount(inner);
+    uint32_t *out = write_ ? t_->pool + at : nullptr;
+    if (out) {
+      memcpy(out, &runs, sizeof runs);
+      memcpy(out + 2, &inner, sizeof inner);
+      out += kHeaderWords;
       for (uint32_t c = 0; c < kChildren; ++c)
-        if (runs >> c & 1) *leaf++ = val[c];
+        if (runs >> c & 1) *out++ = val[c];
     }
-    for (uint32_t c = 0; c < kChildren; ++c)
-      if (inner >> c & 1) node(child_at++, p + kStride, from[c], to[c], val[c]);
+    for (uint32_t c = 0; c < kChildren; ++c) {
+      if (!(inner >> c & 1)) continue;
+      uint32_t below = node(p + kStride, from[c], to[c], val[c]);
+      if (out) *out++ = below;
+    }
+    return static_cast<uint32_t>(at);
   }
 
   const Item *items_;
   uint32_t n_;
   Table *t_;
   bool write_;
-  // Leaf 0 is never used: a node's leaf_base, stored minus 1, stays
-  // unsigned without wrapping (as a child_base does, node 0 being the first
-  // root node).
-  uint64_t nodes_ = 0, leaves_ = 1;
+  uint64_t words_ = 0;
 };
 
 }  // namespace vds::fib

@@ -34,8 +34,7 @@ void destruct(typename F::Fib *f) {
   void *ctx = f->sz_ctx;
   if (f->root) trie::give<F>(ctx, f->root, root_bytes<F>());
   if (f->root_inner) trie::give<F>(ctx, f->root_inner, root_inner_bytes<F>());
-  if (f->nodes) trie::give<F>(ctx, f->nodes, f->n_nodes * sizeof(Node));
-  if (f->leaves) trie::give<F>(ctx, f->leaves, f->n_leaves * sizeof(uint32_t));
+  if (f->pool) trie::give<F>(ctx, f->pool, f->pool_words * 4u);
   trie::give<F>(ctx, f, sizeof(typename F::Fib));
 }
 
@@ -43,8 +42,7 @@ template <class F>
 uint32_t memory_usage(const typename F::Fib *f) {
   if (!f) return 0;
   return static_cast<uint32_t>(sizeof(typename F::Fib)) + root_bytes<F>() +
-         root_inner_bytes<F>() + f->n_nodes * sizeof(Node) +
-         f->n_leaves * sizeof(uint32_t);
+         root_inner_bytes<F>() + f->pool_words * 4u;
 }
 
 // A block of count elements of the given size, or null (with the failure
@@ -98,16 +96,12 @@ typename F::Fib *construct(void *ctx, const typename F::Trie *trie,
 
   Compiler<F> count(items, n, f, false);
   count.run();
-  if (count.nodes())
-    f->nodes =
-        static_cast<Node *>(take_array<F>(ctx, count.nodes(), sizeof(Node)));
-  if (f->nodes || !count.nodes()) {  // the leaves always hold one word
-    f->n_nodes = static_cast<uint32_t>(count.nodes());
-    f->leaves = static_cast<uint32_t *>(
-        take_array<F>(ctx, count.leaves(), sizeof(uint32_t)));
-    if (f->leaves) f->n_leaves = static_cast<uint32_t>(count.leaves());
+  if (count.pool_words()) {
+    f->pool = static_cast<uint32_t *>(
+        take_array<F>(ctx, count.pool_words(), sizeof(uint32_t)));
+    if (f->pool) f->pool_words = static_cast<uint32_t>(count.pool_words());
   }
-  bool complete = f->n_nodes == count.nodes() && f->n_leaves == count.leaves();
+  bool complete = f->pool_words == count.pool_words();
   if (complete) Compiler<F>(items, n, f, true).run();
   if (items) trie::give<F>(ctx, items, n * static_cast<uint32_t>(sizeof(Item)));
   if (!complete) {

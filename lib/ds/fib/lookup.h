@@ -11,20 +11,30 @@
 
 namespace vds::fib {
 
+// The pool word of child c of a node: its answer when `leaf`, else its
+// node's position.
+inline uint32_t child_word(const uint32_t *node, uint64_t runs, uint64_t inner,
+                           uint32_t c, bool leaf) {
+  uint64_t upto = (uint64_t{2} << c) - 1;
+  uint32_t at = leaf ? std::popcount(runs & upto) - 1
+                     : std::popcount(runs) + std::popcount(inner & (upto >> 1));
+  return node[kHeaderWords + at];
+}
+
 // k: the key's words, most significant first, followed by a 0 word.
 template <class S>
 [[gnu::always_inline]] inline uint32_t lookup(const Table *t,
                                               const uint32_t *k) {
   uint32_t slot = k[0] >> (32 - S::kRootBits);
-  uint32_t at = t->root[slot];
-  if (!(t->root_inner[slot >> 5] >> (slot & 31) & 1)) return at;
-  const Node *n = t->nodes + at;
+  uint32_t word = t->root[slot];
+  if (!(t->root_inner[slot >> 5] >> (slot & 31) & 1)) return word;
   for (uint32_t p = S::kRootBits;; p += kStride) {
+    const uint32_t *node = t->pool + word;
     uint32_t c = stride_bits<S::kWords>(k, p);
-    uint64_t below = upto(c);
-    if (!(n->inner >> c & 1))
-      return t->leaves[n->leaf_base + std::popcount(n->runs & below)];
-    n = t->nodes + n->child_base + std::popcount(n->inner & below);
+    uint64_t in = inner(node);
+    bool leaf = !(in >> c & 1);
+    word = child_word(node, runs(node), in, c, leaf);
+    if (leaf) return word;
   }
 }
 
@@ -39,7 +49,7 @@ template <class S>
                                                uint32_t *data, uint32_t n) {
   constexpr uint32_t kGroup = 32, W = S::kWords;
   uint32_t k[kGroup][W + 1];
-  const Node *node[kGroup];
+  uint32_t at[kGroup];
   uint32_t walking[kGroup];
   for (uint32_t base = 0; base < n; base += kGroup) {
     const uint32_t m = n - base < kGroup ? n - base : kGroup;
@@ -51,30 +61,30 @@ template <class S>
     uint32_t live = 0;
     for (uint32_t j = 0; j < m; ++j) {
       uint32_t slot = k[j][0] >> (32 - S::kRootBits);
-      uint32_t at = t->root[slot];
+      uint32_t word = t->root[slot];
       if (t->root_inner[slot >> 5] >> (slot & 31) & 1) {
-        node[j] = t->nodes + at;
-        prefetch(node[j]);
+        at[j] = word;
+        prefetch(t->pool + word);
         walking[live++] = j;
       } else {
-        data[base + j] = at;
+        data[base + j] = word;
       }
     }
     for (uint32_t p = S::kRootBits; live; p += kStride) {
       uint32_t still = 0;
       for (uint32_t i = 0; i < live; ++i) {
         uint32_t j = walking[i];
-        const Node *nd = node[j];
+        const uint32_t *node = t->pool + at[j];
         uint32_t c = stride_bits<W>(k[j], p);
-        uint64_t below = upto(c);
-        if (nd->inner >> c & 1) {
-          node[j] =
-              t->nodes + nd->child_base + std::popcount(nd->inner & below);
-          prefetch(node[j]);
-          walking[still++] = j;
+        uint64_t in = inner(node);
+        bool leaf = !(in >> c & 1);
+        uint32_t word = child_word(node, runs(node), in, c, leaf);
+        if (leaf) {
+          data[base + j] = word;
         } else {
-          data[base + j] =
-              t->leaves[nd->leaf_base + std::popcount(nd->runs & below)];
+          at[j] = word;
+          prefetch(t->pool + word);
+          walking[still++] = j;
         }
       }
       live = still;

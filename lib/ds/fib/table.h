@@ -3,43 +3,39 @@
 //
 // A key's top kRootBits bits index the root array directly. A root slot
 // holds the answer itself, or (where its bit in root_inner is set) the
-// index of a node. A node consumes the next kStride bits of the key and has
-// 2^kStride children, each either another node or a leaf (an answer):
+// position of a node in the word pool. A node consumes the next kStride
+// key bits and has 2^kStride children, each an answer (a leaf) or another
+// node. It is a run of pool words:
 //
-//   inner  bit c set: child c is a node, the k-th inner child counted from
-//          bit 0, at nodes[child_base + k] (child_base is stored minus 1,
-//          so the count includes child c itself)
-//   runs   bit c set: leaf child c starts a run, i.e. its answer differs
-//          from the previous leaf child's; equal neighbouring leaves share
-//          one word in leaves, at leaves[leaf_base + runs counted up to c]
+//   word 0-1   runs   bit c set: leaf child c starts a run, i.e. its answer
+//                     differs from the previous leaf child's (equal
+//                     neighbouring leaves are stored once)
+//   word 2-3   inner  bit c set: child c is a node
+//   word 4...  one answer per run, in child order, then one pool position
+//              per inner child, in child order
 //
-// So a child is found with one population count over the bits at or below
-// it. Key bits past the end of the address read as 0, so the last level of
-// a width that is not a multiple of the stride uses only its first children.
+// So a child is found with a population count over the bits at or below
+// it, and its word usually lies in the cache line the bitmaps came from: a
+// level costs one cache line. Key bits past the end of the address read as
+// 0, so the last level of a width that is not a multiple of the stride uses
+// only its first children.
 #pragma once
 
 #include <stdint.h>
+#include <string.h>
 
 namespace vds::fib {
 
 constexpr uint32_t kStride = 6;
 constexpr uint32_t kChildren = 1u << kStride;
-
-struct Node {
-  uint64_t inner;
-  uint64_t runs;
-  uint32_t child_base;  // index of the first inner child, minus 1
-  uint32_t leaf_base;   // index of the first run's answer, minus 1
-};
+constexpr uint32_t kHeaderWords = 4;
 
 // Everything a lookup reads; the blocks are owned by the table.
 struct Table {
-  uint32_t *root;        // 2^kRootBits answers or node indexes
-  uint32_t *root_inner;  // 2^kRootBits bits: the slot holds a node index
-  Node *nodes;
-  uint32_t n_nodes;
-  uint32_t *leaves;
-  uint32_t n_leaves;
+  uint32_t *root;        // 2^kRootBits answers or node positions
+  uint32_t *root_inner;  // 2^kRootBits bits: the slot holds a node position
+  uint32_t *pool;        // the nodes
+  uint32_t pool_words;
   uint32_t miss;
   void *sz_ctx;
 };
@@ -50,7 +46,7 @@ template <class L, uint32_t RootBits>
 struct Shape : L {
   static constexpr uint32_t kRootBits = RootBits;
   static constexpr uint32_t kRootSlots = 1u << RootBits;
-  static_assert(RootBits >= 1 && RootBits < 32);
+  static_assert(RootBits >= 5 && RootBits < 32);
 };
 
 // kStride key bits at position p (bit 0 the top bit of word 0); bits past
@@ -67,7 +63,12 @@ inline uint32_t stride_bits(const uint32_t *k, uint32_t p) {
   }
 }
 
-// Children at or below c: the mask a population count is taken over.
-inline uint64_t upto(uint32_t c) { return (uint64_t{2} << c) - 1; }
+inline uint64_t bitmap(const uint32_t *node, uint32_t word) {
+  uint64_t b;
+  memcpy(&b, node + word, sizeof b);
+  return b;
+}
+inline uint64_t runs(const uint32_t *node) { return bitmap(node, 0); }
+inline uint64_t inner(const uint32_t *node) { return bitmap(node, 2); }
 
 }  // namespace vds::fib
