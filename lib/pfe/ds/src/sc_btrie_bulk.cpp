@@ -73,11 +73,18 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
       pos[j] = L::skip(root);
       advance(j);
     }
-    for (uint32_t l = 1; l < kLevels; ++l)
+    // Up to kLevels loads in lock step; once most walks have reached their
+    // leaves (keys that miss, or end in short prefixes), idle steps would
+    // cost more than they save, and the rest go on among themselves.
+    for (uint32_t l = 1;; ++l) {
+      uint32_t internal = 0;
       for (uint32_t j = 0; j < m; ++j) {
         load(j);
-        advance(j);
+        internal += L::branch(w[j]) != 0;
       }
+      if (l == kLevels || 2 * internal < m) break;
+      for (uint32_t j = 0; j < m; ++j) advance(j);
+    }
     // An internal node's index names no entry: entry 0 stands in for it.
     auto prefetch_entry = [&](uint32_t j, uint32_t internal) {
       prefetch(&t->entries[L::index(w[j]) & (internal - 1u)]);
@@ -86,7 +93,6 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
     // listed without a branch; the others' entries are prefetched.
     uint32_t deep[kGroup], n_deep = 0;
     for (uint32_t j = 0; j < m; ++j) {
-      load(j);
       uint32_t internal = L::branch(w[j]) != 0;
       deep[n_deep] = j;
       n_deep += internal;
