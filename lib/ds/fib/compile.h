@@ -1,6 +1,7 @@
 // Compiles a list of prefixes (prefixes.h order) into a table's root and
-// node pool. The same walk runs twice: first to count the pool's words (so
-// it is taken once, at its exact size), then to write them.
+// node pool, in one walk. The pool grows by doubling while the walk writes
+// it and is cut to its used size at the end, so it is copied about twice
+// in all: cheaper than a second walk to count it first.
 #pragma once
 
 #include <stdint.h>
@@ -8,22 +9,25 @@
 
 #include <bit>
 
+#include "fib/blocks.h"
 #include "fib/prefixes.h"
 #include "fib/table.h"
 
 namespace vds::fib {
 
+// S is a family (construct.h): the table's shape and its allocation rule.
 template <class S>
 class Compiler {
  public:
   using Item = Prefix<S::kWords>;
 
-  // Counts only, or also writes t's pool (taken at the counted size).
-  // t->root and t->root_inner are written in both passes.
-  Compiler(const Item *items, uint32_t n, Table *t, bool write)
-      : items_(items), n_(n), t_(t), write_(write) {}
+  // t has its root arrays and no pool yet.
+  Compiler(const Item *items, uint32_t n, Table *t)
+      : items_(items), n_(n), t_(t) {}
 
-  void run() {
+  // False (the failure reported) when the pool could not be taken; t then
+  // holds what was taken, for its destruct.
+  bool run() {
     uint32_t *root = t_->root;
     for (uint32_t c = 0; c < S::kRootSlots; ++c) root[c] = t_->miss;
     for (uint32_t w = 0; w < S::kRootSlots / 32; ++w) t_->root_inner[w] = 0;
@@ -37,12 +41,12 @@ class Compiler {
       while (j < n_ && root_slot(items_[j]) == c) ++j;
       uint32_t inherited = root[c];
       root[c] = node(S::kRootBits, i, j, inherited);
+      if (failed_) return false;
       t_->root_inner[c >> 5] |= 1u << (c & 31);
       i = j;
     }
+    return words_ == t_->pool_words || resize(words_);
   }
-
-  uint64_t pool_words() const { return words_; }
 
  private:
   static uint32_t root_slot(const Item &it) {
@@ -83,7 +87,7 @@ class Compiler {
     paint(val, p, kStride, p + 1, lo, hi);
 
     uint64_t inner = 0;
-    uint32_t from[kChildren], to[kChildren];
+    uint32_t from[kChildren] = {}, to[kChildren] = {};
     for (uint32_t i = lo; i < hi; ++i) {
       if (items_[i].len <= p + kStride) continue;
       uint32_t c = child(items_[i], p);
@@ -91,38 +95,66 @@ class Compiler {
       inner |= uint64_t{1} << c;
       to[c] = i + 1;
     }
-    uint64_t runs = 0;
-    bool first = true;
-    uint32_t last = 0;
-    for (uint32_t c = 0; c < kChildren; ++c) {
-      if (inner >> c & 1) continue;
-      if (first || val[c] != last) runs |= uint64_t{1} << c;
-      first = false;
-      last = val[c];
-    }
+    // A leaf child starts a run where its answer differs from its left
+    // neighbour's or that neighbour is a node (child 0 always does).
+    uint64_t differs = 1;
+    for (uint32_t c = 1; c < kChildren; ++c)
+      differs |= uint64_t{val[c] != val[c - 1]} << c;
+    const uint64_t runs = ~inner & (differs | inner << 1);
     const uint32_t n_runs = static_cast<uint32_t>(std::popcount(runs));
+    const uint32_t size = kHeaderWords + n_runs + std::popcount(inner);
+    if (!reserve(size)) return 0;
     const uint64_t at = words_;
-    words_ += kHeaderWords + n_runs + std::popcount(inner);
-    uint32_t *out = write_ ? t_->pool + at : nullptr;
-    if (out) {
-      memcpy(out, &runs, sizeof runs);
-      memcpy(out + 2, &inner, sizeof inner);
-      out += kHeaderWords;
-      for (uint32_t c = 0; c < kChildren; ++c)
-        if (runs >> c & 1) *out++ = val[c];
-    }
-    for (uint32_t c = 0; c < kChildren; ++c) {
-      if (!(inner >> c & 1)) continue;
+    words_ += size;
+    uint32_t *out = t_->pool + at;
+    memcpy(out, &runs, sizeof runs);
+    memcpy(out + 2, &inner, sizeof inner);
+    out += kHeaderWords;
+    for (uint64_t r = runs; r; r &= r - 1) *out++ = val[std::countr_zero(r)];
+    // The pool may move while the children are written: positions, not
+    // pointers, from here on.
+    uint64_t next = at + kHeaderWords + n_runs;
+    for (uint64_t b = inner; b; b &= b - 1) {
+      uint32_t c = static_cast<uint32_t>(std::countr_zero(b));
       uint32_t below = node(p + kStride, from[c], to[c], val[c]);
-      if (out) *out++ = below;
+      if (failed_) return 0;
+      t_->pool[next++] = below;
     }
     return static_cast<uint32_t>(at);
+  }
+
+  // Room for `more` words past the used ones, growing the pool to at least
+  // twice its size (at first to an estimate from the number of prefixes).
+  bool reserve(uint32_t more) {
+    if (words_ + more <= t_->pool_words) return true;
+    uint64_t want = 2 * uint64_t{t_->pool_words};
+    if (want < 2 * uint64_t{n_} + 64) want = 2 * uint64_t{n_} + 64;
+    if (want < words_ + more) want = words_ + more;
+    return resize(want);
+  }
+
+  // Moves the used words into a pool of `words` words (none: no pool).
+  bool resize(uint64_t words) {
+    uint32_t *moved = nullptr;
+    if (words) {
+      moved = static_cast<uint32_t *>(
+          take_array<S>(t_->sz_ctx, words, sizeof(uint32_t)));
+      if (!moved) {
+        failed_ = true;
+        return false;
+      }
+      if (words_) memcpy(moved, t_->pool, words_ * sizeof(uint32_t));
+    }
+    if (t_->pool) trie::give<S>(t_->sz_ctx, t_->pool, t_->pool_words * 4u);
+    t_->pool = moved;
+    t_->pool_words = static_cast<uint32_t>(words);
+    return true;
   }
 
   const Item *items_;
   uint32_t n_;
   Table *t_;
-  bool write_;
+  bool failed_ = false;
   uint64_t words_ = 0;
 };
 

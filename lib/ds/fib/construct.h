@@ -11,6 +11,7 @@
 #include <string.h>
 
 #include "diag.h"
+#include "fib/blocks.h"
 #include "fib/compile.h"
 #include "fib/prefixes.h"
 #include "trie/blocks.h"
@@ -43,20 +44,6 @@ uint32_t memory_usage(const typename F::Fib *f) {
   if (!f) return 0;
   return static_cast<uint32_t>(sizeof(typename F::Fib)) + root_bytes<F>() +
          root_inner_bytes<F>() + f->pool_words * 4u;
-}
-
-// A block of count elements of the given size, or null (with the failure
-// reported) when it cannot be taken or its size does not fit 32 bits.
-template <class F>
-void *take_array(void *ctx, uint64_t count, uint32_t size) {
-  uint64_t bytes = count * size;
-  void *block = bytes <= UINT32_MAX
-                    ? trie::take<F>(ctx, static_cast<uint32_t>(bytes))
-                    : nullptr;
-  if (!block)
-    VDS_DIAG(kFailure, F::kModule, "%s: sc_kmalloc(%llu) failed\n",
-             F::kConstruct, static_cast<unsigned long long>(bytes));
-  return block;
 }
 
 template <class F>
@@ -94,15 +81,7 @@ typename F::Fib *construct(void *ctx, const typename F::Trie *trie,
     list_prefixes<F>(trie, items);
   }
 
-  Compiler<F> count(items, n, f, false);
-  count.run();
-  if (count.pool_words()) {
-    f->pool = static_cast<uint32_t *>(
-        take_array<F>(ctx, count.pool_words(), sizeof(uint32_t)));
-    if (f->pool) f->pool_words = static_cast<uint32_t>(count.pool_words());
-  }
-  bool complete = f->pool_words == count.pool_words();
-  if (complete) Compiler<F>(items, n, f, true).run();
+  bool complete = Compiler<F>(items, n, f).run();
   if (items) trie::give<F>(ctx, items, n * static_cast<uint32_t>(sizeof(Item)));
   if (!complete) {
     destruct<F>(f);

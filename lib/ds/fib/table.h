@@ -7,9 +7,9 @@
 // key bits and has 2^kStride children, each an answer (a leaf) or another
 // node. It is a run of pool words:
 //
-//   word 0-1   runs   bit c set: leaf child c starts a run, i.e. its answer
-//                     differs from the previous leaf child's (equal
-//                     neighbouring leaves are stored once)
+//   word 0-1   runs   bit c set: leaf child c starts a run: its answer
+//                     differs from its left neighbour's, or that neighbour
+//                     is a node (equal neighbouring leaves are stored once)
 //   word 2-3   inner  bit c set: child c is a node
 //   word 4...  one answer per run, in child order, then one pool position
 //              per inner child, in child order
