@@ -1,5 +1,7 @@
 // IPv6 compiled forwarding table: the C interface over the shared table
-// engine. The root indexes the top 16 key bits.
+// engine. The root indexes the top 18 key bits (1 MiB of root words):
+// measured on the real table, 18 answers keys inside its prefixes faster
+// than 12 to 16 (41 against 36 M/s), and 20 no faster for 4 MiB more.
 #include "api.h"
 #include "fib/construct.h"
 #include "fib/lookup.h"
@@ -10,7 +12,7 @@ struct sc_btrie6_fib : vds::fib::Table {};
 
 namespace {
 
-struct Fib6 : vds::fib::Shape<vds::trie::Ipv6, 16> {
+struct Fib6 : vds::fib::Shape<vds::trie::Ipv6, 18> {
   using Fib = sc_btrie6_fib;
   static constexpr const char kModule[] = "lib/pfe/ds/src/sc_btrie6_fib";
   static constexpr const char kConstruct[] = "sc_btrie6_fib_construct";
