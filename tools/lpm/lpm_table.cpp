@@ -1,5 +1,8 @@
 #include "lpm_table.h"
 
+#include <limits.h>
+#include <unistd.h>
+
 #include <charconv>
 
 #include "lpm_ranges.h"
@@ -128,10 +131,21 @@ sc_btrie6_entry make_entry6(const Addr &addr, unsigned len, uint32_t data) {
 
 std::vector<std::string> default_tables() {
 #ifdef VELL_LPM_DEFAULT_TABLES
-  return {VELL_LPM_DEFAULT_TABLES};
-#else
-  return {};
+  char exe[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+  if (n <= 0) return {};
+  std::string dir(exe, static_cast<size_t>(n));
+  for (size_t slash; (slash = dir.rfind('/')) != std::string::npos;) {
+    dir.erase(slash);
+    std::vector<std::string> tables;
+    for (const char *name : {VELL_LPM_DEFAULT_TABLES}) {
+      std::string path = dir + "/" VELL_LPM_TABLE_DIR "/" + name;
+      if (access(path.c_str(), R_OK) == 0) tables.push_back(path);
+    }
+    if (!tables.empty()) return tables;
+  }
 #endif
+  return {};
 }
 
 bool parse_line(std::string_view line, Table &table, std::string &why) {

@@ -34,8 +34,10 @@ bool parse_line(std::string_view line, Table &table, std::string &why);
 bool load_table(FILE *in, const std::string &name, Table &table,
                 std::string &error);
 
-// The embedded table's files (the shipped tables, unpacked in the build
-// tree); empty when the build could not unpack them.
+// The embedded table's files: share/vell-ds/ (the data directory of the
+// installation) of the nearest directory above the running program that
+// holds them, which is the prefix for an installed program and the top of
+// the build tree for one in the build tree. Empty when none is found.
 std::vector<std::string> default_tables();
 
 sc_btrie_entry make_entry4(const Addr &addr, unsigned len, uint32_t data);
