@@ -16,6 +16,7 @@
 #include "lpm_match.h"
 #include "lpm_table.h"
 #include "lpm_trie.h"
+#include "vell_ds_version.h"
 
 namespace {
 
@@ -49,7 +50,8 @@ const char kUsage[] =
     "line\n"
     "      --bench N         time N lookups per family (keys drawn half from\n"
     "                        the table's prefixes, half uniformly)\n"
-    "  -h, --help            this text\n";
+    "  -h, --help            this text\n"
+    "      --version         the program's and the library's version\n";
 
 struct Options {
   std::vector<std::string> tables;
@@ -86,6 +88,9 @@ Options parse_options(int argc, char **argv) {
     };
     if (a == "-h" || a == "--help") {
       fputs(kUsage, stdout);
+      exit(0);
+    } else if (a == "--version") {
+      puts("vell-lpm (vell-ds) " VELL_DS_VERSION_STRING);
       exit(0);
     } else if (a == "-t" || a == "--table") {
       o.tables.push_back(value());
