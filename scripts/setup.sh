@@ -3,8 +3,11 @@
 # Debian machine; does nothing when everything is already there.
 set -euo pipefail
 
-pkgs=(cmake g++ g++-multilib libgtest-dev googletest libbenchmark-dev
-      pkg-config libdpdk-dev xz-utils)
+# GoogleTest: the 64-bit build (libgtest-dev) and its sources for the 32-bit
+# one; DPDK is bench_lpm's peer; pkg-config finds it and checks the
+# installed package's .pc files; xz unpacks the embedded table.
+pkgs=(cmake g++ g++-multilib libgtest-dev googletest pkg-config libdpdk-dev
+      xz-utils)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
