@@ -1,0 +1,190 @@
+// Owning handles of the IPv4 and IPv6 longest-prefix-match tries.
+//
+// A C trie answers 0 both for a miss and for a stored data word of 0. To
+// tell them apart, these handles store each data word plus one: lookups
+// answer std::nullopt for a miss and the data word given at build time
+// otherwise, and the iteration hands back the words given. Data words
+// therefore range from 0 to max_data (2^32 - 2), and the raw trie behind
+// get() holds the shifted words.
+#pragma once
+
+#include <stdint.h>
+
+#include <cstddef>
+#include <optional>
+#include <ranges>
+#include <span>
+
+#include "sc_btrie.h"
+#include "sc_btrie6.h"
+#include "vell/addr.hpp"
+#include "vell/handle.hpp"
+#include "vell/walk.hpp"
+
+namespace vell {
+
+struct trie_options {
+  uint32_t fill_factor = 50;  // node fill in percent, 1 to 100
+  uint32_t root_branch = 0;   // least branch of the root
+  void *sz_ctx = nullptr;     // size-class context, or the general heap
+};
+
+namespace detail {
+
+// Keys handed to a bulk lookup at a time.
+constexpr uint32_t kLookupBatch = 64;
+
+struct trie4_family {
+  using trie = sc_btrie;
+  using entry = sc_btrie_entry;
+  using iter = sc_btrie_iter;
+  using item = sc_btrie_item;
+  using addr = ipv4_addr;
+  static constexpr uint32_t no_prefix = SC_BTRIE_NO_PREFIX;
+  static constexpr auto construct = sc_btrie_construct;
+  static constexpr auto destruct = sc_btrie_destruct;
+  static constexpr auto iter_construct = sc_btrie_iter_construct;
+  static constexpr auto iter_next = sc_btrie_iter_next;
+  static constexpr auto iter_destruct = sc_btrie_iter_destruct;
+  static constexpr auto memory_usage = sc_btrie_memory_usage;
+
+  static void set_addr(entry &e, const addr &a) { e.addr = a.words()[0]; }
+  static addr item_addr(const item &i) { return addr(i.addr); }
+  static uint32_t lookup(const trie *t, const addr &a) {
+    return sc_btrie_lpmatch(t, a.words()[0]);
+  }
+  static void lookup_bulk(const trie *t, const addr *a, uint32_t *data,
+                          uint32_t n) {
+    uint32_t keys[kLookupBatch];
+    for (uint32_t i = 0; i < n; ++i) keys[i] = a[i].words()[0];
+    sc_btrie_lpmatch_bulk(t, keys, data, n);
+  }
+};
+
+struct trie6_family {
+  using trie = sc_btrie6;
+  using entry = sc_btrie6_entry;
+  using iter = sc_btrie6_iter;
+  using item = sc_btrie6_item;
+  using addr = ipv6_addr;
+  static constexpr uint32_t no_prefix = SC_BTRIE6_NO_PREFIX;
+  static constexpr auto construct = sc_btrie6_construct;
+  static constexpr auto destruct = sc_btrie6_destruct;
+  static constexpr auto iter_construct = sc_btrie6_iter_construct;
+  static constexpr auto iter_next = sc_btrie6_iter_next;
+  static constexpr auto iter_destruct = sc_btrie6_iter_destruct;
+  static constexpr auto memory_usage = sc_btrie6_memory_usage;
+
+  static void set_addr(entry &e, const addr &a) {
+    for (unsigned i = 0; i < 4; ++i) e.addr[i] = a.words()[i];
+  }
+  static addr item_addr(const item &i) { return addr(i.addr); }
+  static uint32_t lookup(const trie *t, const addr &a) {
+    return sc_btrie6_lpmatch(t, a.words());
+  }
+  static void lookup_bulk(const trie *t, const addr *a, uint32_t *data,
+                          uint32_t n) {
+    uint32_t keys[kLookupBatch][4];
+    for (uint32_t i = 0; i < n; ++i)
+      for (unsigned j = 0; j < 4; ++j) keys[i][j] = a[i].words()[j];
+    sc_btrie6_lpmatch_bulk(t, keys, data, n);
+  }
+};
+
+}  // namespace detail
+
+template <typename F>
+class basic_trie {
+ public:
+  using addr_type = typename F::addr;
+  using prefix_type = basic_prefix<addr_type>;
+  struct route {
+    prefix_type prefix;
+    uint32_t data;
+  };
+  static constexpr uint32_t max_data = UINT32_MAX - 1;
+
+  // Builds a trie from a forward range of (prefix, data word) pairs: any
+  // element a structured binding splits into a prefix_type and a word.
+  // Empty when a data word exceeds max_data (reported) or the C build
+  // fails (reported by the library).
+  template <std::ranges::forward_range R>
+  static std::optional<basic_trie> build(R &&routes,
+                                         const trie_options &o = {}) noexcept {
+    auto n = static_cast<uint64_t>(std::ranges::distance(routes));
+    detail::host_array<typename F::entry> entries(n);
+    if (n && !entries.get()) return std::nullopt;
+    uint32_t i = 0;
+    for (const auto &[prefix, data] : routes) {
+      uint32_t word = data;
+      if (word > max_data) {
+        detail::report("vell: data word %u is reserved (at most %u)\n", word,
+                       max_data);
+        return std::nullopt;
+      }
+      typename F::entry &e = entries.get()[i++];
+      e = {};
+      F::set_addr(e, prefix.address());
+      e.len = prefix.length() & 0xFFu;
+      e.prefix = F::no_prefix;
+      e.data = word + 1;
+    }
+    typename F::trie *t =
+        F::construct(o.sz_ctx, entries.get(), i, o.fill_factor, o.root_branch);
+    if (!t) return std::nullopt;
+    return basic_trie(t);
+  }
+
+  // The data word of the longest stored prefix covering a, or nullopt.
+  std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
+    return decode(F::lookup(t_.get(), a));
+  }
+  // out[i] = lookup(keys[i]) for every i below the smaller size, the walks
+  // of each batch interleaved.
+  void lookup(std::span<const addr_type> keys,
+              std::span<std::optional<uint32_t>> out) const noexcept {
+    size_t n = keys.size() < out.size() ? keys.size() : out.size();
+    uint32_t data[detail::kLookupBatch];
+    for (size_t i = 0; i < n; i += detail::kLookupBatch) {
+      auto m = static_cast<uint32_t>(
+          n - i < detail::kLookupBatch ? n - i : detail::kLookupBatch);
+      F::lookup_bulk(t_.get(), &keys[i], data, m);
+      for (uint32_t j = 0; j < m; ++j) out[i + j] = decode(data[j]);
+    }
+  }
+
+ private:
+  static bool step(typename F::iter *it, route &r) noexcept {
+    typename F::item item;
+    if (F::iter_next(it, &item) != 0) return false;
+    addr_type a = F::item_addr(item).masked(item.len);
+    r = {*prefix_type::make(a, item.len), item.data - 1};
+    return true;
+  }
+
+ public:
+  // A single pass over the stored routes (see walk).
+  using route_range = walk<typename F::iter, F::iter_destruct, route, step>;
+  route_range routes() const noexcept {
+    return route_range(F::iter_construct(t_.get()));
+  }
+
+  uint32_t memory_usage() const noexcept { return F::memory_usage(t_.get()); }
+  typename F::trie *get() const noexcept { return t_.get(); }
+
+ private:
+  explicit basic_trie(typename F::trie *t) noexcept : t_(t) {}
+  static std::optional<uint32_t> decode(uint32_t word) noexcept {
+    if (!word) return std::nullopt;
+    return word - 1;
+  }
+  handle<typename F::trie, F::destruct> t_;
+};
+
+using trie4 = basic_trie<detail::trie4_family>;
+using trie6 = basic_trie<detail::trie6_family>;
+
+// The compiled forwarding tables (fib) get their handles here, beside the
+// tries they are compiled from, once the C library provides them.
+
+}  // namespace vell

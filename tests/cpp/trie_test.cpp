@@ -1,0 +1,116 @@
+// The trie handles: a stored 0 told apart from a miss, bulk lookups, the
+// routes back through the iterator, moves, and every failure.
+#include "vell/trie.hpp"
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "test_host.h"
+
+namespace {
+
+using vell::ipv4_addr;
+using vell::ipv4_prefix;
+using vell::ipv6_addr;
+using vell::ipv6_prefix;
+using CppTrie = HostTest;
+
+std::vector<std::pair<ipv4_prefix, uint32_t>> routes4() {
+  std::vector<std::pair<ipv4_prefix, uint32_t>> r;
+  for (auto [text, data] : {std::pair{"0.0.0.0/0", 0u},
+                            {"10.0.0.0/8", 8u},
+                            {"10.1.0.0/16", 16u},
+                            {"192.0.2.0/24", 24u}})
+    r.emplace_back(*ipv4_prefix::parse(text), data);
+  return r;
+}
+
+TEST_F(CppTrie, AStoredZeroIsNotAMiss) {
+  auto trie = vell::trie4::build(routes4());
+  ASSERT_TRUE(trie);
+  auto at = [&](const char *a) { return trie->lookup(*ipv4_addr::parse(a)); };
+  EXPECT_EQ(at("10.1.2.3"), 16u);
+  EXPECT_EQ(at("10.2.0.0"), 8u);
+  EXPECT_EQ(at("11.0.0.0"), 0u);  // the default route's 0
+
+  auto six = vell::trie6::build(std::vector<std::pair<ipv6_prefix, uint32_t>>{
+      {*ipv6_prefix::parse("2001:db8::/32"), 0}});
+  ASSERT_TRUE(six);
+  EXPECT_EQ(six->lookup(*ipv6_addr::parse("2001:db8::1")), 0u);
+  EXPECT_EQ(six->lookup(*ipv6_addr::parse("2001:db9::1")), std::nullopt);
+}
+
+TEST_F(CppTrie, BulkLookupsAnswerAsSingleOnes) {
+  std::mt19937 rng(7);
+  std::vector<std::pair<ipv4_prefix, uint32_t>> routes;
+  for (uint32_t i = 0; i < 2000; ++i) {
+    unsigned len = 8 + rng() % 25;
+    routes.emplace_back(*ipv4_prefix::make(ipv4_addr(rng()).masked(len), len),
+                        i);
+  }
+  std::ranges::sort(routes);
+  auto dup =
+      std::ranges::unique(routes, {}, &decltype(routes)::value_type::first);
+  routes.erase(dup.begin(), dup.end());
+  auto trie = vell::trie4::build(routes, {.fill_factor = 80, .root_branch = 8});
+  ASSERT_TRUE(trie);
+
+  std::vector<ipv4_addr> keys;  // more than one batch, not a whole number
+  for (size_t i = 0; i < 300; ++i)
+    keys.push_back(i % 2 ? ipv4_addr(rng())
+                         : routes[i % routes.size()].first.address());
+  std::vector<std::optional<uint32_t>> bulk(keys.size());
+  trie->lookup(keys, bulk);
+  for (size_t i = 0; i < keys.size(); ++i)
+    EXPECT_EQ(bulk[i], trie->lookup(keys[i])) << i;
+  EXPECT_LT(std::ranges::count(bulk, std::optional<uint32_t>()), 300);
+}
+
+TEST_F(CppTrie, RoutesComeBackWithTheirDataAndTheHandleMoves) {
+  auto built = vell::trie4::build(routes4());
+  ASSERT_TRUE(built);
+  vell::trie4 trie = std::move(*built);
+  EXPECT_FALSE(built->get());
+  std::map<std::string, uint32_t> seen;
+  auto routes = trie.routes();
+  ASSERT_TRUE(routes);
+  for (const auto &[prefix, data] : routes)
+    seen[std::string(prefix.text())] = data;
+  std::map<std::string, uint32_t> want;
+  for (const auto &[prefix, data] : routes4())
+    want[std::string(prefix.text())] = data;
+  EXPECT_EQ(seen, want);
+  EXPECT_GT(trie.memory_usage(), 0u);
+}
+
+TEST_F(CppTrie, FailuresLeaveNothingTaken) {
+  // A failed trim keeps the larger block and still makes the trie.
+  EXPECT_GT(th::sweep([](long) {
+              auto trie = vell::trie4::build(routes4());
+              if (trie)
+                EXPECT_EQ(trie->lookup(ipv4_addr(0x0A010203)), 16u);
+              else
+                EXPECT_TRUE(th::failure_injected());
+            }),
+            1);
+  th::reset();
+  auto trie = vell::trie4::build(routes4());
+  th::fail_nth(1);  // the iterator
+  auto routes = trie->routes();
+  EXPECT_FALSE(routes);
+  EXPECT_EQ(routes.begin(), routes.end());
+  th::clear_output();
+
+  auto bad = routes4();
+  bad[1].second = vell::trie4::max_data + 1;
+  EXPECT_FALSE(vell::trie4::build(bad));
+  EXPECT_EQ(th::diag_text(),
+            "vell: data word 4294967295 is reserved (at most "
+            "4294967294)\n");
+}
+
+}  // namespace
