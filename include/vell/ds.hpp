@@ -1,12 +1,14 @@
-// The C++ layer of vell-ds: owning, move-only handles over the C records,
-// value types for addresses and prefixes, and ranges over the tries, hash
-// tables, vector and list. Header-only; it calls the C functions of
+// The C++ layer of vell-ds: owning, move-only handles over the C records
+// (the tries and their compiled forwarding tables, the hash tables, the
+// timer set, the vector, the list), value types for addresses and
+// prefixes, and ranges. Header-only; it calls the C functions of
 // libvell-ds.so, adds no symbol to it and throws nothing of its own.
 // Constructors that can fail return std::optional (or, for timers, a
-// handle that tests false) and leave the diagnostic to the library.
+// handle that tests false); the library reports why.
 #pragma once
 
 #include "vell/addr.hpp"
+#include "vell/fib.hpp"
 #include "vell/handle.hpp"
 #include "vell/hash.hpp"
 #include "vell/list.hpp"

@@ -34,31 +34,37 @@ namespace detail {
 // Keys handed to a bulk lookup at a time.
 constexpr uint32_t kLookupBatch = 64;
 
+// Each width as the handles need it: the trie's and the fib's functions,
+// and the key format.
 struct trie4_family {
   using trie = sc_btrie;
   using entry = sc_btrie_entry;
   using iter = sc_btrie_iter;
   using item = sc_btrie_item;
+  using fib = sc_btrie_fib;
   using addr = ipv4_addr;
+  using key_batch = uint32_t[kLookupBatch];
   static constexpr uint32_t no_prefix = SC_BTRIE_NO_PREFIX;
   static constexpr auto construct = sc_btrie_construct;
   static constexpr auto destruct = sc_btrie_destruct;
+  static constexpr auto lpmatch = sc_btrie_lpmatch;
+  static constexpr auto lpmatch_bulk = sc_btrie_lpmatch_bulk;
   static constexpr auto iter_construct = sc_btrie_iter_construct;
   static constexpr auto iter_next = sc_btrie_iter_next;
   static constexpr auto iter_destruct = sc_btrie_iter_destruct;
   static constexpr auto memory_usage = sc_btrie_memory_usage;
+  static constexpr auto fib_construct = sc_btrie_fib_construct;
+  static constexpr auto fib_destruct = sc_btrie_fib_destruct;
+  static constexpr auto fib_lookup = sc_btrie_fib_lookup;
+  static constexpr auto fib_lookup_bulk = sc_btrie_fib_lookup_bulk;
+  static constexpr auto fib_memory_usage = sc_btrie_fib_memory_usage;
 
+  static uint32_t key(const addr &a) { return a.words()[0]; }
+  static void keys(key_batch &k, const addr *a, uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i) k[i] = a[i].words()[0];
+  }
   static void set_addr(entry &e, const addr &a) { e.addr = a.words()[0]; }
   static addr item_addr(const item &i) { return addr(i.addr); }
-  static uint32_t lookup(const trie *t, const addr &a) {
-    return sc_btrie_lpmatch(t, a.words()[0]);
-  }
-  static void lookup_bulk(const trie *t, const addr *a, uint32_t *data,
-                          uint32_t n) {
-    uint32_t keys[kLookupBatch];
-    for (uint32_t i = 0; i < n; ++i) keys[i] = a[i].words()[0];
-    sc_btrie_lpmatch_bulk(t, keys, data, n);
-  }
 };
 
 struct trie6_family {
@@ -66,30 +72,57 @@ struct trie6_family {
   using entry = sc_btrie6_entry;
   using iter = sc_btrie6_iter;
   using item = sc_btrie6_item;
+  using fib = sc_btrie6_fib;
   using addr = ipv6_addr;
+  using key_batch = uint32_t[kLookupBatch][4];
   static constexpr uint32_t no_prefix = SC_BTRIE6_NO_PREFIX;
   static constexpr auto construct = sc_btrie6_construct;
   static constexpr auto destruct = sc_btrie6_destruct;
+  static constexpr auto lpmatch = sc_btrie6_lpmatch;
+  static constexpr auto lpmatch_bulk = sc_btrie6_lpmatch_bulk;
   static constexpr auto iter_construct = sc_btrie6_iter_construct;
   static constexpr auto iter_next = sc_btrie6_iter_next;
   static constexpr auto iter_destruct = sc_btrie6_iter_destruct;
   static constexpr auto memory_usage = sc_btrie6_memory_usage;
+  static constexpr auto fib_construct = sc_btrie6_fib_construct;
+  static constexpr auto fib_destruct = sc_btrie6_fib_destruct;
+  static constexpr auto fib_lookup = sc_btrie6_fib_lookup;
+  static constexpr auto fib_lookup_bulk = sc_btrie6_fib_lookup_bulk;
+  static constexpr auto fib_memory_usage = sc_btrie6_fib_memory_usage;
 
+  static const uint32_t *key(const addr &a) { return a.words(); }
+  static void keys(key_batch &k, const addr *a, uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i)
+      for (unsigned j = 0; j < 4; ++j) k[i][j] = a[i].words()[j];
+  }
   static void set_addr(entry &e, const addr &a) {
     for (unsigned i = 0; i < 4; ++i) e.addr[i] = a.words()[i];
   }
   static addr item_addr(const item &i) { return addr(i.addr); }
-  static uint32_t lookup(const trie *t, const addr &a) {
-    return sc_btrie6_lpmatch(t, a.words());
-  }
-  static void lookup_bulk(const trie *t, const addr *a, uint32_t *data,
-                          uint32_t n) {
-    uint32_t keys[kLookupBatch][4];
-    for (uint32_t i = 0; i < n; ++i)
-      for (unsigned j = 0; j < 4; ++j) keys[i][j] = a[i].words()[j];
-    sc_btrie6_lpmatch_bulk(t, keys, data, n);
-  }
 };
+
+// The handles store data + 1, so a word of 0 is a miss.
+inline std::optional<uint32_t> decode(uint32_t word) noexcept {
+  if (!word) return std::nullopt;
+  return word - 1;
+}
+
+// out[i] = the answer for keys[i], i below the smaller size, by batches
+// through bulk(table, keys, data, n).
+template <typename F, typename Table, typename Bulk>
+void lookup_batches(const Table *table, Bulk bulk,
+                    std::span<const typename F::addr> keys,
+                    std::span<std::optional<uint32_t>> out) noexcept {
+  size_t n = keys.size() < out.size() ? keys.size() : out.size();
+  typename F::key_batch batch;
+  uint32_t data[kLookupBatch];
+  for (size_t i = 0; i < n; i += kLookupBatch) {
+    auto m = static_cast<uint32_t>(n - i < kLookupBatch ? n - i : kLookupBatch);
+    F::keys(batch, &keys[i], m);
+    bulk(table, batch, data, m);
+    for (uint32_t j = 0; j < m; ++j) out[i + j] = decode(data[j]);
+  }
+}
 
 }  // namespace detail
 
@@ -137,20 +170,13 @@ class basic_trie {
 
   // The data word of the longest stored prefix covering a, or nullopt.
   std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
-    return decode(F::lookup(t_.get(), a));
+    return detail::decode(F::lpmatch(t_.get(), F::key(a)));
   }
   // out[i] = lookup(keys[i]) for every i below the smaller size, the walks
   // of each batch interleaved.
   void lookup(std::span<const addr_type> keys,
               std::span<std::optional<uint32_t>> out) const noexcept {
-    size_t n = keys.size() < out.size() ? keys.size() : out.size();
-    uint32_t data[detail::kLookupBatch];
-    for (size_t i = 0; i < n; i += detail::kLookupBatch) {
-      auto m = static_cast<uint32_t>(
-          n - i < detail::kLookupBatch ? n - i : detail::kLookupBatch);
-      F::lookup_bulk(t_.get(), &keys[i], data, m);
-      for (uint32_t j = 0; j < m; ++j) out[i + j] = decode(data[j]);
-    }
+    detail::lookup_batches<F>(t_.get(), F::lpmatch_bulk, keys, out);
   }
 
  private:
@@ -174,17 +200,10 @@ class basic_trie {
 
  private:
   explicit basic_trie(typename F::trie *t) noexcept : t_(t) {}
-  static std::optional<uint32_t> decode(uint32_t word) noexcept {
-    if (!word) return std::nullopt;
-    return word - 1;
-  }
   handle<typename F::trie, F::destruct> t_;
 };
 
 using trie4 = basic_trie<detail::trie4_family>;
 using trie6 = basic_trie<detail::trie6_family>;
-
-// The compiled forwarding tables (fib) get their handles here, beside the
-// tries they are compiled from, once the C library provides them.
 
 }  // namespace vell

@@ -1,5 +1,7 @@
-// The trie handles: a stored 0 told apart from a miss, bulk lookups, the
-// routes back through the iterator, moves, and every failure.
+// The trie and fib handles: a stored 0 told apart from a miss, bulk and
+// compiled lookups, the routes back through the iterator, moves, and every
+// failure.
+#include "vell/fib.hpp"
 #include "vell/trie.hpp"
 
 #include <algorithm>
@@ -42,9 +44,13 @@ TEST_F(CppTrie, AStoredZeroIsNotAMiss) {
   ASSERT_TRUE(six);
   EXPECT_EQ(six->lookup(*ipv6_addr::parse("2001:db8::1")), 0u);
   EXPECT_EQ(six->lookup(*ipv6_addr::parse("2001:db9::1")), std::nullopt);
+  auto fib = vell::fib6::compile(*six);
+  ASSERT_TRUE(fib);
+  EXPECT_EQ(fib->lookup(*ipv6_addr::parse("2001:db8::1")), 0u);
+  EXPECT_EQ(fib->lookup(*ipv6_addr::parse("2001:db9::1")), std::nullopt);
 }
 
-TEST_F(CppTrie, BulkLookupsAnswerAsSingleOnes) {
+TEST_F(CppTrie, BulkAndCompiledLookupsAnswerAsSingleOnes) {
   std::mt19937 rng(7);
   std::vector<std::pair<ipv4_prefix, uint32_t>> routes;
   for (uint32_t i = 0; i < 2000; ++i) {
@@ -63,11 +69,22 @@ TEST_F(CppTrie, BulkLookupsAnswerAsSingleOnes) {
   for (size_t i = 0; i < 300; ++i)
     keys.push_back(i % 2 ? ipv4_addr(rng())
                          : routes[i % routes.size()].first.address());
-  std::vector<std::optional<uint32_t>> bulk(keys.size());
+  std::vector<std::optional<uint32_t>> single, bulk(keys.size());
+  for (const ipv4_addr &k : keys) single.push_back(trie->lookup(k));
   trie->lookup(keys, bulk);
-  for (size_t i = 0; i < keys.size(); ++i)
-    EXPECT_EQ(bulk[i], trie->lookup(keys[i])) << i;
-  EXPECT_LT(std::ranges::count(bulk, std::optional<uint32_t>()), 300);
+  EXPECT_EQ(bulk, single);
+
+  // The compiled table answers the same, after the trie is gone.
+  auto fib = vell::fib4::compile(*trie);
+  ASSERT_TRUE(fib);
+  trie.reset();
+  std::vector<std::optional<uint32_t>> fib_bulk(keys.size() + 1);
+  fib->lookup(keys, fib_bulk);
+  EXPECT_FALSE(fib_bulk.back());  // no key for it: untouched
+  fib_bulk.pop_back();
+  EXPECT_EQ(fib_bulk, single);
+  EXPECT_EQ(fib->lookup(keys[0]), single[0]);
+  EXPECT_LT(std::ranges::count(single, std::optional<uint32_t>()), 300);
 }
 
 TEST_F(CppTrie, RoutesComeBackWithTheirDataAndTheHandleMoves) {
@@ -91,12 +108,14 @@ TEST_F(CppTrie, FailuresLeaveNothingTaken) {
   // A failed trim keeps the larger block and still makes the trie.
   EXPECT_GT(th::sweep([](long) {
               auto trie = vell::trie4::build(routes4());
-              if (trie)
-                EXPECT_EQ(trie->lookup(ipv4_addr(0x0A010203)), 16u);
-              else
+              auto fib = trie ? vell::fib4::compile(*trie) : std::nullopt;
+              if (fib) {
+                EXPECT_EQ(fib->lookup(ipv4_addr(0x0A010203)), 16u);
+              } else {
                 EXPECT_TRUE(th::failure_injected());
+              }
             }),
-            1);
+            2);
   th::reset();
   auto trie = vell::trie4::build(routes4());
   th::fail_nth(1);  // the iterator
