@@ -6,18 +6,23 @@
 #include <stdint.h>
 
 #include <optional>
-#include <span>
 
 #include "vell/handle.hpp"
 #include "vell/trie.hpp"
 
 namespace vell {
+namespace detail {
 
 template <typename F>
-class basic_fib {
- public:
-  using addr_type = typename F::addr;
+using fib_table =
+    lookup_table<F, typename F::fib, F::fib_destruct, F::fib_lookup,
+                 F::fib_lookup_bulk, F::fib_memory_usage>;
 
+}  // namespace detail
+
+template <typename F>
+class basic_fib : public detail::fib_table<F> {
+ public:
   // Compiles trie, which may then be destroyed first. Empty when the C
   // compile fails (reported by the library).
   static std::optional<basic_fib> compile(const basic_trie<F> &trie,
@@ -29,22 +34,8 @@ class basic_fib {
     return basic_fib(f);
   }
 
-  std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
-    return detail::decode(F::fib_lookup(f_.get(), F::key(a)));
-  }
-  // out[i] = lookup(keys[i]) for every i below the smaller size.
-  void lookup(std::span<const addr_type> keys,
-              std::span<std::optional<uint32_t>> out) const noexcept {
-    detail::lookup_batches<F>(f_.get(), F::fib_lookup_bulk, keys, out);
-  }
-  uint32_t memory_usage() const noexcept {
-    return F::fib_memory_usage(f_.get());
-  }
-  typename F::fib *get() const noexcept { return f_.get(); }
-
  private:
-  explicit basic_fib(typename F::fib *f) noexcept : f_(f) {}
-  handle<typename F::fib, F::fib_destruct> f_;
+  explicit basic_fib(typename F::fib *f) noexcept : detail::fib_table<F>(f) {}
 };
 
 using fib4 = basic_fib<detail::trie4_family>;

@@ -37,24 +37,31 @@ namespace detail {
 // Each family as the map needs it: construct, destruct, insert (true when
 // stored), find (the value's bytes or null), erase (true when the key was
 // there), size, delete_all and the iterator.
-struct hash_family {
+// sc_hash and sc_ohash: insert, find and delete by key, with the same
+// results.
+template <typename Table, auto Insert, auto Find, auto Delete>
+struct by_key {
+  static bool insert(Table *t, const void *k, uint32_t ksz, const void *v,
+                     uint32_t vsz) {
+    return Insert(t, k, ksz, v, vsz) == 0;
+  }
+  static const void *find(Table *t, const void *k, uint32_t ksz) {
+    void *v;
+    return Find(t, k, ksz, &v, nullptr) == 0 ? v : nullptr;
+  }
+  static bool erase(Table *t, const void *k, uint32_t ksz) {
+    return Delete(t, k, ksz) == 0;
+  }
+};
+
+struct hash_family
+    : by_key<sc_hash, sc_hash_insert, sc_hash_find, sc_hash_delete> {
   using table = sc_hash;
   using iter = sc_hash_iter;
   static table *construct(uint32_t buckets_hint) {
     return sc_hash_construct(buckets_hint, nullptr);
   }
   static constexpr auto destruct = sc_hash_destruct;
-  static bool insert(table *t, const void *k, uint32_t ksz, const void *v,
-                     uint32_t vsz) {
-    return sc_hash_insert(t, k, ksz, v, vsz) == 0;
-  }
-  static const void *find(table *t, const void *k, uint32_t ksz) {
-    void *v;
-    return sc_hash_find(t, k, ksz, &v, nullptr) == 0 ? v : nullptr;
-  }
-  static bool erase(table *t, const void *k, uint32_t ksz) {
-    return sc_hash_delete(t, k, ksz) == 0;
-  }
   static constexpr auto size = sc_hash_nelements;
   static constexpr auto clear = sc_hash_delete_all;
   static constexpr auto iter_construct = sc_hash_iter_construct;
@@ -62,24 +69,14 @@ struct hash_family {
   static constexpr auto iter_destruct = sc_hash_iter_destruct;
 };
 
-struct ohash_family {
+struct ohash_family
+    : by_key<sc_ohash, sc_ohash_insert, sc_ohash_find, sc_ohash_delete> {
   using table = sc_ohash;
   using iter = sc_ohash_iter;
   static table *construct(uint32_t buckets_hint, const char *name = "") {
     return sc_ohash_construct(buckets_hint, name, nullptr);
   }
   static constexpr auto destruct = sc_ohash_destruct;
-  static bool insert(table *t, const void *k, uint32_t ksz, const void *v,
-                     uint32_t vsz) {
-    return sc_ohash_insert(t, k, ksz, v, vsz) == 0;
-  }
-  static const void *find(table *t, const void *k, uint32_t ksz) {
-    void *v;
-    return sc_ohash_find(t, k, ksz, &v, nullptr) == 0 ? v : nullptr;
-  }
-  static bool erase(table *t, const void *k, uint32_t ksz) {
-    return sc_ohash_delete(t, k, ksz) == 0;
-  }
   static constexpr auto size = sc_ohash_nelements;
   static constexpr auto clear = sc_ohash_delete_all;
   static constexpr auto iter_construct = sc_ohash_iter_construct;

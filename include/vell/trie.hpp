@@ -101,33 +101,55 @@ struct trie6_family {
   static addr item_addr(const item &i) { return addr(i.addr); }
 };
 
-// The handles store data + 1, so a word of 0 is a miss.
-inline std::optional<uint32_t> decode(uint32_t word) noexcept {
-  if (!word) return std::nullopt;
-  return word - 1;
-}
+// What a trie and its compiled table share: ownership of the C table, and
+// lookups of the words they store, data + 1, so that 0 is a miss.
+template <typename F, typename Table, auto Destruct, auto Single, auto Bulk,
+          auto Memory>
+class lookup_table {
+ public:
+  using addr_type = typename F::addr;
 
-// out[i] = the answer for keys[i], i below the smaller size, by batches
-// through bulk(table, keys, data, n).
-template <typename F, typename Table, typename Bulk>
-void lookup_batches(const Table *table, Bulk bulk,
-                    std::span<const typename F::addr> keys,
-                    std::span<std::optional<uint32_t>> out) noexcept {
-  size_t n = keys.size() < out.size() ? keys.size() : out.size();
-  typename F::key_batch batch;
-  uint32_t data[kLookupBatch];
-  for (size_t i = 0; i < n; i += kLookupBatch) {
-    auto m = static_cast<uint32_t>(n - i < kLookupBatch ? n - i : kLookupBatch);
-    F::keys(batch, &keys[i], m);
-    bulk(table, batch, data, m);
-    for (uint32_t j = 0; j < m; ++j) out[i + j] = decode(data[j]);
+  // The data word of the longest stored prefix covering a, or nullopt.
+  std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
+    return decode(Single(t_.get(), F::key(a)));
   }
-}
+  // out[i] = lookup(keys[i]) for every i below the smaller size, the walks
+  // of each batch interleaved.
+  void lookup(std::span<const addr_type> keys,
+              std::span<std::optional<uint32_t>> out) const noexcept {
+    size_t n = keys.size() < out.size() ? keys.size() : out.size();
+    typename F::key_batch batch;
+    uint32_t data[kLookupBatch];
+    for (size_t i = 0; i < n; i += kLookupBatch) {
+      auto m =
+          static_cast<uint32_t>(n - i < kLookupBatch ? n - i : kLookupBatch);
+      F::keys(batch, &keys[i], m);
+      Bulk(t_.get(), batch, data, m);
+      for (uint32_t j = 0; j < m; ++j) out[i + j] = decode(data[j]);
+    }
+  }
+  uint32_t memory_usage() const noexcept { return Memory(t_.get()); }
+  Table *get() const noexcept { return t_.get(); }
+
+ protected:
+  explicit lookup_table(Table *t) noexcept : t_(t) {}
+
+ private:
+  static std::optional<uint32_t> decode(uint32_t word) noexcept {
+    if (!word) return std::nullopt;
+    return word - 1;
+  }
+  handle<Table, Destruct> t_;
+};
+
+template <typename F>
+using trie_table = lookup_table<F, typename F::trie, F::destruct, F::lpmatch,
+                                F::lpmatch_bulk, F::memory_usage>;
 
 }  // namespace detail
 
 template <typename F>
-class basic_trie {
+class basic_trie : public detail::trie_table<F> {
  public:
   using addr_type = typename F::addr;
   using prefix_type = basic_prefix<addr_type>;
@@ -168,17 +190,6 @@ class basic_trie {
     return basic_trie(t);
   }
 
-  // The data word of the longest stored prefix covering a, or nullopt.
-  std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
-    return detail::decode(F::lpmatch(t_.get(), F::key(a)));
-  }
-  // out[i] = lookup(keys[i]) for every i below the smaller size, the walks
-  // of each batch interleaved.
-  void lookup(std::span<const addr_type> keys,
-              std::span<std::optional<uint32_t>> out) const noexcept {
-    detail::lookup_batches<F>(t_.get(), F::lpmatch_bulk, keys, out);
-  }
-
  private:
   static bool step(typename F::iter *it, route &r) noexcept {
     typename F::item item;
@@ -192,15 +203,12 @@ class basic_trie {
   // A single pass over the stored routes (see walk).
   using route_range = walk<typename F::iter, F::iter_destruct, route, step>;
   route_range routes() const noexcept {
-    return route_range(F::iter_construct(t_.get()));
+    return route_range(F::iter_construct(this->get()));
   }
 
-  uint32_t memory_usage() const noexcept { return F::memory_usage(t_.get()); }
-  typename F::trie *get() const noexcept { return t_.get(); }
-
  private:
-  explicit basic_trie(typename F::trie *t) noexcept : t_(t) {}
-  handle<typename F::trie, F::destruct> t_;
+  explicit basic_trie(typename F::trie *t) noexcept
+      : detail::trie_table<F>(t) {}
 };
 
 using trie4 = basic_trie<detail::trie4_family>;
