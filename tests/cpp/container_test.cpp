@@ -1,7 +1,6 @@
 // The vector and the list as standard ranges: algorithms, moves, erase
 // while walking, and every failure.
 #include <algorithm>
-#include <numeric>
 #include <ranges>
 #include <vector>
 
@@ -11,48 +10,33 @@
 
 namespace {
 
-using CppVector = HostTest;
-using CppList = HostTest;
+using CppContainer = HostTest;
 
 struct Point {
   int x, y;
   bool operator==(const Point &) const = default;
 };
 
-TEST_F(CppVector, StandardAlgorithmsWorkOnIt) {
-  auto v = vell::vector<Point>::create();
-  ASSERT_TRUE(v);
-  for (int i = 0; i < 50; ++i) ASSERT_TRUE(v->push_back({(i * 37) % 50, i}));
-  std::ranges::sort(*v, {}, &Point::x);
-  EXPECT_TRUE(std::ranges::is_sorted(*v, {}, &Point::x));
-  EXPECT_EQ((*v)[49].x, 49);
-  EXPECT_EQ(std::accumulate(v->begin(), v->end(), 0,
-                            [](int s, const Point &p) { return s + p.x; }),
-            1225);
-  auto copy = v->copy();
-  ASSERT_TRUE(copy);
-  EXPECT_TRUE(std::ranges::equal(*v, *copy));
-  ASSERT_TRUE(v->append(*copy));
-  vell::vector<Point> moved = std::move(*v);
-  EXPECT_EQ(moved.size(), 100u);
-  EXPECT_TRUE(moved.shrink_to_fit());
-  EXPECT_EQ(moved.capacity(), 100u);
-}
-
-TEST_F(CppVector, AFixedVectorRefusesToGrowAndFailuresLeaveNothing) {
-  {
+TEST_F(CppContainer, TheVectorIsAContiguousRange) {
+  {  // released before the sweep resets the host's records
+    auto v = vell::vector<Point>::create();
+    ASSERT_TRUE(v);
+    for (int i = 0; i < 50; ++i) ASSERT_TRUE(v->push_back({(i * 37) % 50, i}));
+    std::ranges::sort(*v, {}, &Point::x);
+    EXPECT_EQ((*v)[49].x, 49);
+    auto copy = v->copy();
+    ASSERT_TRUE(copy && v->append(*copy));
+    vell::vector<Point> moved = std::move(*v);
+    EXPECT_TRUE(std::ranges::equal(moved | std::views::take(50), *copy));
     auto fixed = vell::vector<int>::create_fixed(2);
-    ASSERT_TRUE(fixed);
     while (fixed->size() < fixed->capacity()) ASSERT_TRUE(fixed->push_back(1));
     EXPECT_FALSE(fixed->push_back(2));
-    EXPECT_EQ(std::ranges::count(*fixed, 1), fixed->capacity());
   }
   th::sweep([](long) {
     auto v = vell::vector<int>::create(1);
-    if (!v) return;
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; v && i < 5; ++i)
       if (!v->push_back(i)) return;
-    EXPECT_EQ(v->size(), 5u);
+    EXPECT_TRUE(!v || v->size() == 5u);
   });
 }
 
@@ -61,7 +45,7 @@ struct Item : vell::list_hook<>, vell::list_hook<struct Other> {
   explicit Item(int i) : id(i) {}
 };
 
-TEST_F(CppList, ElementsOnTwoListsWalkBothWays) {
+TEST_F(CppContainer, ListElementsOnTwoListsWalkBothWays) {
   auto all = vell::list<Item>::create("all");
   auto odd = vell::list<Item, Other>::create("odd");
   ASSERT_TRUE(all && odd);
@@ -81,14 +65,11 @@ TEST_F(CppList, ElementsOnTwoListsWalkBothWays) {
             (std::vector<int>{5, 4, 3, 2, 1, 0}));
   for (auto it = all->begin(); it != all->end();)
     it = it->id % 3 == 0 ? all->erase(it) : std::next(it);
-  EXPECT_EQ(ids(*all), (std::vector<int>{1, 2, 4, 5}));
   all->insert(std::ranges::find(*all, 4, &Item::id), items[0]);
   all->insert(all->end(), items[3]);
-  EXPECT_EQ(ids(*all), (std::vector<int>{1, 2, 0, 4, 5, 3}));
   EXPECT_EQ(all->pop_front()->id, 1);
-  EXPECT_EQ(all->back()->id, 3);
   vell::list<Item> moved = std::move(*all);
-  EXPECT_EQ(moved.size(), 5u);
+  EXPECT_EQ(ids(moved), (std::vector<int>{2, 0, 4, 5, 3}));
   th::fail_nth(1);
   EXPECT_FALSE(vell::list<Item>::create());
 }

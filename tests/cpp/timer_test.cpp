@@ -1,5 +1,5 @@
-// Timers with callables: firing, cancel and reset through the handle,
-// cancel on destruction, and every failure.
+// Timers with callables: firing when due, cancel and reset through the
+// handle, cancel on destruction, and every failure.
 #include "vell/timer.hpp"
 
 #include <sys/time.h>
@@ -29,15 +29,12 @@ TEST_F(CppTimer, CallablesFireOnceWhenDue) {
   auto set = vell::timer_set::create(ctx);
   ASSERT_TRUE(set);
   std::string fired;
-  auto big = std::make_unique<std::string>("late");  // a move-only capture
+  auto text = std::make_unique<std::string>("late");  // a move-only capture
   vell::timer soon = set->add(5, [&] { fired += "soon "; });
-  vell::timer late = set->add(10, [&, s = std::move(big)] { fired += *s; });
-  ASSERT_TRUE(soon && late);
+  vell::timer late = set->add(10, [&, s = std::move(text)] { fired += *s; });
   clock_now = 1005;
   EXPECT_EQ(set->poll(), 1);
-  EXPECT_FALSE(soon.armed());
-  EXPECT_FALSE(soon.cancel());
-  EXPECT_FALSE(soon.reset());
+  EXPECT_FALSE(soon.armed() || soon.cancel() || soon.reset());
   clock_now = 1009;
   EXPECT_TRUE(late.reset());  // now due at 1019
   clock_now = 1018;
@@ -47,30 +44,28 @@ TEST_F(CppTimer, CallablesFireOnceWhenDue) {
   EXPECT_EQ(fired, "soon late");
 }
 
-TEST_F(CppTimer, CancelledMovedAndDestroyedTimersDoNotFire) {
-  auto set = vell::timer_set::create(ctx);
-  ASSERT_TRUE(set);
-  int fired = 0;
-  vell::timer kept = set->add(1, [&] { ++fired; });
-  vell::timer cancelled = set->add(1, [&] { fired += 100; });
-  EXPECT_TRUE(cancelled.cancel());
-  {
-    vell::timer dropped = set->add(1, [&] { fired += 10; });
+TEST_F(CppTimer, CancelledMovedAndDestroyedTimers) {
+  {  // released before the sweep resets the host's records
+    auto set = vell::timer_set::create(ctx);
+    ASSERT_TRUE(set);
+    int fired = 0;
+    vell::timer kept = set->add(1, [&] { ++fired; });
+    vell::timer cancelled = set->add(1, [&] { fired += 100; });
+    EXPECT_TRUE(cancelled.cancel());
+    {
+      vell::timer dropped = set->add(1, [&] { fired += 10; });
+    }
+    std::vector<vell::timer> moved;
+    moved.push_back(std::move(kept));
+    vell::timer self;
+    self = set->add(1, [&] { fired += self.cancel() ? 1000 : 2; });
+    EXPECT_EQ(set->poll(0, true), 2);
+    EXPECT_EQ(fired, 3);
   }
-  std::vector<vell::timer> moved;
-  moved.push_back(std::move(kept));
-  EXPECT_FALSE(kept);
-  vell::timer self;
-  self = set->add(1, [&] { fired += self.cancel() ? 1000 : 2; });
-  EXPECT_EQ(set->poll(0, true), 2);
-  EXPECT_EQ(fired, 3);
-}
-
-TEST_F(CppTimer, FailuresLeaveNothingTaken) {
   th::sweep([](long) {
     auto set = vell::timer_set::create(ctx);
-    if (!set) return;
     int fired = 0;
+    if (!set) return;
     vell::timer t = set->add(1, [&] { ++fired; });
     EXPECT_EQ(set->poll(0, true), t ? 1 : 0);
     EXPECT_EQ(fired, t ? 1 : 0);
