@@ -29,6 +29,7 @@ install(FILES ${PROJECT_BINARY_DIR}/vell-ds-config.cmake
 
 # pkg-config files find the prefix from their own location.
 file(RELATIVE_PATH VELL_PC_TO_PREFIX /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
+string(REGEX REPLACE "/$" "" VELL_PC_TO_PREFIX ${VELL_PC_TO_PREFIX})
 foreach(pc vell-ds vell-ds-host)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${pc}.pc.in
                  ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
