@@ -3,6 +3,7 @@
 
 #include <stdint.h>
 
+#include <cstddef>
 #include <utility>
 
 #include "sc_host.h"
@@ -38,6 +39,10 @@ class handle {
 };
 
 namespace detail {
+
+// The alignment the layer relies on for blocks from the host's heap, the
+// default host module's.
+constexpr size_t kHostAlignment = 8;
 
 // Reports a failure of the layer itself through the host's diagnostic
 // channel, at the library's failure level and under the same gate.

@@ -64,6 +64,8 @@ class timer {
   template <typename F>
   static timer arm(sc_ktimers *set, uint32_t secs, F &&fn) noexcept {
     using N = node_with<std::decay_t<F>>;
+    static_assert(alignof(N) <= detail::kHostAlignment,
+                  "the callable needs more alignment than host blocks have");
     void *block = __sc_kmalloc(sizeof(N));
     if (!block) {
       detail::report("vell: sc_kmalloc(%u) failed\n",

@@ -15,6 +15,9 @@ namespace vell {
 template <typename T>
 requires std::is_trivially_copyable_v<T>
 class vector {
+  static_assert(alignof(T) <= detail::kHostAlignment,
+                "elements need more alignment than host blocks have");
+
  public:
   using value_type = T;
   using iterator = T *;
