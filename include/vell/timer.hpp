@@ -22,40 +22,39 @@ class timer_set;
 // cancels it. Tests false when arming failed. A timer must be destroyed
 // before its set, which releases the C timers still pending.
 class timer {
- public:
-  timer() = default;
-  timer(timer &&o) noexcept : node_(std::exchange(o.node_, nullptr)) {}
-  timer &operator=(timer &&o) noexcept {
-    if (this != &o) {
-      release();
-      node_ = std::exchange(o.node_, nullptr);
-    }
-    return *this;
-  }
-  ~timer() { release(); }
-
-  explicit operator bool() const noexcept { return node_ != nullptr; }
-  // Until it fires or is cancelled.
-  bool armed() const noexcept { return node_ && node_->timer; }
-  // Re-arms with the same timeout from now; false when not armed.
-  bool reset() noexcept {
-    return armed() && sc_ktimer_reset(node_->timer) == 0;
-  }
-  // False when not armed.
-  bool cancel() noexcept {
-    if (!armed()) return false;
-    sc_ktimer_cancel(std::exchange(node_->timer, nullptr));
-    return true;
-  }
-
- private:
-  friend class timer_set;
   struct node {
-    sc_ktimer *timer;
+    sc_ktimer *timer;  // null once fired or cancelled
     void (*run)(node *);
     void (*destroy)(node *);
     uint32_t size;
   };
+  static bool cancel(node *n) noexcept {
+    if (!n || !n->timer) return false;
+    sc_ktimer_cancel(std::exchange(n->timer, nullptr));
+    return true;
+  }
+  static void release(node *n) noexcept {
+    cancel(n);
+    uint32_t size = n->size;
+    n->destroy(n);
+    __sc_kfree(n, size);
+  }
+
+ public:
+  timer() = default;
+
+  explicit operator bool() const noexcept { return bool(node_); }
+  // Until it fires or is cancelled.
+  bool armed() const noexcept { return node_ && node_.get()->timer; }
+  // Re-arms with the same timeout from now; false when not armed.
+  bool reset() noexcept {
+    return armed() && sc_ktimer_reset(node_.get()->timer) == 0;
+  }
+  // False when not armed.
+  bool cancel() noexcept { return cancel(node_.get()); }
+
+ private:
+  friend class timer_set;
   template <typename F>
   struct node_with : node {
     F fn;
@@ -76,7 +75,7 @@ class timer {
         N{{nullptr, run<N>, destroy<N>, sizeof(N)}, std::forward<F>(fn)};
     timer t(n);
     n->timer = sc_ktimer_create(set, secs, fire, n);
-    if (!n->timer) t.release();
+    if (!n->timer) t.node_.reset();
     return t;
   }
   // The C timer is gone once it fires: the node forgets it first, so the
@@ -96,15 +95,7 @@ class timer {
   }
 
   explicit timer(node *n) noexcept : node_(n) {}
-  void release() noexcept {
-    if (!node_) return;
-    cancel();
-    node *n = std::exchange(node_, nullptr);
-    uint32_t size = n->size;
-    n->destroy(n);
-    __sc_kfree(n, size);
-  }
-  node *node_ = nullptr;
+  handle<node, release> node_;
 };
 
 class timer_set {
