@@ -64,7 +64,8 @@ class basic_addr {
   c_addr to_c() const noexcept {
     unsigned char b[Words * 4];
     for (unsigned i = 0; i < Words; ++i)
-      for (unsigned j = 0; j < 4; ++j) b[4 * i + j] = w_[i] >> (24 - 8 * j);
+      for (unsigned j = 0; j < 4; ++j)
+        b[4 * i + j] = static_cast<unsigned char>(w_[i] >> (24 - 8 * j));
     c_addr a;
     memcpy(&a, b, sizeof b);
     return a;

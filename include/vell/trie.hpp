@@ -63,7 +63,10 @@ struct trie4_family {
   static void keys(key_batch &k, const addr *a, uint32_t n) {
     for (uint32_t i = 0; i < n; ++i) k[i] = a[i].words()[0];
   }
-  static void set_addr(entry &e, const addr &a) { e.addr = a.words()[0]; }
+  static void set_prefix(entry &e, const addr &a, unsigned len) {
+    e.addr = a.words()[0];
+    e.len = len & 63u;
+  }
   static addr item_addr(const item &i) { return addr(i.addr); }
 };
 
@@ -95,8 +98,9 @@ struct trie6_family {
     for (uint32_t i = 0; i < n; ++i)
       for (unsigned j = 0; j < 4; ++j) k[i][j] = a[i].words()[j];
   }
-  static void set_addr(entry &e, const addr &a) {
+  static void set_prefix(entry &e, const addr &a, unsigned len) {
     for (unsigned i = 0; i < 4; ++i) e.addr[i] = a.words()[i];
+    e.len = len & 255u;
   }
   static addr item_addr(const item &i) { return addr(i.addr); }
 };
@@ -179,8 +183,7 @@ class basic_trie : public detail::trie_table<F> {
       }
       typename F::entry &e = entries.get()[i++];
       e = {};
-      F::set_addr(e, prefix.address());
-      e.len = prefix.length() & 0xFFu;
+      F::set_prefix(e, prefix.address(), prefix.length());
       e.prefix = F::no_prefix;
       e.data = word + 1;
     }
