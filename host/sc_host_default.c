@@ -197,14 +197,39 @@ __attribute__((constructor)) static void debug_level_from_env(void) {
 
 /* ---- diagnostics and console --------------------------------------------- */
 
+/* With a handler set, the prefix call only records where the diagnostic
+ * comes from and the message call delivers both. */
+static sc_host_diag_handler *diag_handler;
+static struct {
+  int level, line;
+  const char *file;
+} diag_origin;
+
+void sc_host_set_diag_handler(sc_host_diag_handler *handler) {
+  diag_handler = handler;
+}
+
 int __sc_print_prefix(int level, const char *file, int line) {
+  if (diag_handler) {
+    diag_origin.level = level;
+    diag_origin.file = file;
+    diag_origin.line = line;
+    return 0;
+  }
   return fprintf(stderr, "<%d> %s:%d: ", level, file, line);
 }
 
 int __sc_print_msg(const char *fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
-  int n = vfprintf(stderr, fmt, ap);
+  int n;
+  if (diag_handler) {
+    char msg[512];
+    n = vsnprintf(msg, sizeof msg, fmt, ap);
+    diag_handler(diag_origin.level, diag_origin.file, diag_origin.line, msg);
+  } else {
+    n = vfprintf(stderr, fmt, ap);
+  }
   va_end(ap);
   return n;
 }

@@ -43,6 +43,14 @@ void sc_host_set_abort_on_error(int on);
  * environment when that holds an integer. */
 void sc_host_set_debug_level(int level);
 
+/* Hands the library's diagnostics to `handler` instead of writing them on
+ * stderr (null restores stderr), so that a program can word them for its
+ * users: it gets the level, the module's source-file name and line, and the
+ * formatted message (its newline, if any, kept). */
+typedef void sc_host_diag_handler(int level, const char *file, int line,
+                                  const char *msg);
+void sc_host_set_diag_handler(sc_host_diag_handler *handler);
+
 #ifdef __cplusplus
 }
 #endif

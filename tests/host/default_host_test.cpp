@@ -94,6 +94,29 @@ TEST(DefaultHost, DiagnosticsGoToStderrAndDumpsToStdout) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "   42|00000abc|1.50|z");
 }
 
+// A program's handler receives each diagnostic whole, and nothing reaches
+// stderr; clearing the handler restores stderr.
+TEST(DefaultHost, DiagnosticsGoToAHandlerWhenOneIsSet) {
+  static std::string got;
+  got.clear();
+  sc_host_set_diag_handler([](int level, const char *file, int line,
+                              const char *msg) {
+    got = std::to_string(level) + "|" + file + "|" + std::to_string(line) +
+          "|" + msg;
+  });
+  testing::internal::CaptureStderr();
+  int n = __sc_print_prefix(4, "lib/pfe/ds/src/sc_btrie", 7);
+  n += __sc_print_msg("x%dy\n", 5);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(got, "4|lib/pfe/ds/src/sc_btrie|7|x5y\n");
+  EXPECT_EQ(n, 4);
+  sc_host_set_diag_handler(nullptr);
+  testing::internal::CaptureStderr();
+  __sc_print_prefix(2, "f", 1);
+  __sc_print_msg("m");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "<2> f:1: m");
+}
+
 // The library's allocation failure travels through the default module too:
 // an impossible size makes the heap fail and the library reports it.
 TEST(DefaultHost, LibraryRunsOnTheDefaultModule) {
