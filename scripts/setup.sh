@@ -5,9 +5,12 @@ set -euo pipefail
 
 # GoogleTest: the 64-bit build (libgtest-dev) and its sources for the 32-bit
 # one; DPDK is bench_lpm's peer; pkg-config finds it and checks the
-# installed package's .pc files; xz unpacks the embedded table.
+# installed package's .pc files; xz unpacks the embedded table. vell-lpm
+# reads gzip and bzip2 tables (zlib, also for -m32, and libbz2); its tests
+# check it against bgpdump, grepcidr and python3-netaddr.
 pkgs=(cmake g++ g++-multilib libgtest-dev googletest pkg-config libdpdk-dev
-      xz-utils)
+      xz-utils zlib1g-dev lib32z1-dev libbz2-dev bgpdump grepcidr
+      python3-netaddr)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

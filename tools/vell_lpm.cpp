@@ -1,7 +1,8 @@
 // vell-lpm: builds the IPv4 and IPv6 tries from prefix tables, then reports,
 // dumps, lists, looks up and benchmarks them. Every table is read and every
 // argument checked before anything is printed, so bad input never leaves
-// half a report behind.
+// half a report behind. Stdout carries only answers and the reports asked
+// for; status and warnings go to stderr.
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -12,10 +13,13 @@
 #include <string>
 #include <vector>
 
+#include "lpm_formats.h"
 #include "lpm_keys.h"
 #include "lpm_match.h"
 #include "lpm_table.h"
+#include "lpm_text.h"
 #include "lpm_trie.h"
+#include "sc_host_default.h"
 #include "vell_ds_version.h"
 
 namespace {
@@ -34,10 +38,16 @@ const char kUsage[] =
     "Builds one trie per address family from prefix tables and looks up\n"
     "each ADDRESS, printing it with the data word and the matching prefix.\n"
     "\n"
-    "  -t, --table FILE      read a table ('-' for stdin); repeatable. Lines\n"
-    "                        are 'ADDRESS/LEN [DATA]' or 'START,END,NUMBER'\n"
-    "                        (an inclusive range); '#' comments. Without -t\n"
+    "  -t, --table FILE      read a table ('-' for stdin); repeatable; gzip\n"
+    "                        or bzip2 data is unpacked. Formats, told by\n"
+    "                        content: lines 'ADDRESS[/LEN] [DATA]' (CIDR\n"
+    "                        lists, PREFIX<TAB>ASN) or 'START,END,NUMBER'\n"
+    "                        with '#' and ';' comments; 'ip route' text or\n"
+    "                        'ip -j route' JSON (answers name the next hop);\n"
+    "                        MRT RIB dumps (data: the origin AS). Without -t\n"
     "                        the embedded table is read.\n"
+    "      --format NAME     read every table as auto (the default), table,\n"
+    "                        ip-route, ip-route-json or mrt\n"
     "      --fill PCT        node fill factor, 1 to 100 (default 50)\n"
     "      --root-branch N[,M]  least branch of the IPv4 root, and of the\n"
     "                        IPv6 root (at most 15); by default each root\n"
@@ -46,8 +56,13 @@ const char kUsage[] =
     "      --stats           print each trie's statistics report\n"
     "      --print           dump each trie\n"
     "      --list            list each trie's prefixes from its iterator\n"
+    "      --origin N        list the prefixes whose data word is N (the\n"
+    "                        prefixes AS N originates in a dump)\n"
     "      --stdin           also look up addresses read from stdin, one a "
     "line\n"
+    "                        (addresses may be decimal integers)\n"
+    "      --json            answers as one JSON object a line, reports as\n"
+    "                        one JSON document\n"
     "      --bench N         time N lookups per family (keys drawn half from\n"
     "                        the table's prefixes, half uniformly)\n"
     "  -h, --help            this text\n"
@@ -57,7 +72,11 @@ struct Options {
   std::vector<std::string> tables;
   uint32_t fill = kDefaultFill;
   uint32_t root_branch[2] = {kAutoRootBranch, kAutoRootBranch};
-  bool stats = false, print = false, list = false, from_stdin = false;
+  Format format = Format::automatic;
+  bool stats = false, print = false, list = false, from_stdin = false,
+       json = false;
+  bool by_origin = false;
+  uint32_t origin = 0;
   uint64_t bench = 0;
   std::vector<std::string> addresses;
 };
@@ -74,7 +93,7 @@ uint64_t number_arg(const char *opt, const char *text, uint64_t lo,
   unsigned long long v = strtoull(text, &end, 10);
   if (!*text || *end || errno || v < lo || v > hi || text[0] == '-')
     fail(std::string(opt) + ": expected a number from " + std::to_string(lo) +
-         " to " + std::to_string(hi) + ", got '" + text + "'");
+         " to " + std::to_string(hi) + ", got " + quoted(text));
   return v;
 }
 
@@ -107,6 +126,19 @@ Options parse_options(int argc, char **argv) {
                              : static_cast<uint32_t>(number_arg(
                                    "--root-branch", v.substr(comma + 1).c_str(),
                                    0, Ops6::kMaxRootBranch));
+    } else if (a == "--format") {
+      const char *name = value();
+      if (!format_named(name, o.format))
+        fail(
+            "--format: expected auto, table, ip-route, ip-route-json or "
+            "mrt, got " +
+            quoted(name));
+    } else if (a == "--origin") {
+      o.by_origin = true;
+      o.origin =
+          static_cast<uint32_t>(number_arg("--origin", value(), 0, UINT32_MAX));
+    } else if (a == "--json") {
+      o.json = true;
     } else if (a == "--stats") {
       o.stats = true;
     } else if (a == "--print") {
@@ -118,41 +150,116 @@ Options parse_options(int argc, char **argv) {
     } else if (a == "--bench") {
       o.bench = number_arg("--bench", value(), 1, uint64_t{1} << 32);
     } else if (a.size() > 1 && a[0] == '-') {
-      fail("unknown option '" + a + "' (see --help)");
+      fail("unknown option " + quoted(a) + " (see --help)");
     } else {
       o.addresses.push_back(a);
     }
   }
   if (o.tables.empty()) o.tables = default_tables();
   if (o.tables.empty()) fail("no table given (see --help)");
+  if (o.json && o.print) fail("--print has no JSON form; drop --json");
   return o;
 }
 
-Table load_tables(const std::vector<std::string> &names) {
+// The library's diagnostics since the last take, in one line each.
+std::vector<std::string> library_said;
+
+void on_library_diagnostic(int, const char *, int, const char *msg) {
+  library_said.push_back(std::string(trim(msg)));
+}
+
+std::string take_library_diagnostics() {
+  std::string all;
+  for (const std::string &m : library_said)
+    all += (all.empty() ? "" : "; ") + m;
+  library_said.clear();
+  return all;
+}
+
+Table load_tables(const Options &o) {
   Table table;
   std::string error;
-  for (const std::string &name : names) {
-    bool is_stdin = name == "-";
-    FILE *in = is_stdin ? stdin : fopen(name.c_str(), "r");
-    if (!in) fail(name + ": " + strerror(errno));
-    bool ok = load_table(in, is_stdin ? "<stdin>" : name, table, error);
-    if (!is_stdin) fclose(in);
-    if (!ok) fail(error);
+  std::vector<std::string> warnings;
+  for (const std::string &path : o.tables) {
+    Source src;
+    double t0 = now_seconds();
+    if (!read_source(path, src, error)) fail(error);
+    size_t before = table.v4.size() + table.v6.size();
+    Format format =
+        o.format == Format::automatic ? detect_format(src.bytes) : o.format;
+    if (!load_source(src, format, table, error, warnings)) fail(error);
+    double s = now_seconds() - t0;
+    size_t n = table.v4.size() + table.v6.size() - before;
+    fprintf(stderr,
+            "vell-lpm: %s: %zu prefixes (%s) read in %.2f s, %.0f prefixes/s, "
+            "%.0f MB/s unpacked\n",
+            src.name.c_str(), n, format_name(format), s,
+            static_cast<double>(n) / s,
+            static_cast<double>(src.bytes.size()) / s / 1e6);
   }
+  for (const std::string &w : warnings)
+    fprintf(stderr, "vell-lpm: warning: %s\n", w.c_str());
   return table;
+}
+
+// How answers and listings read: the data word, or for a route table the
+// next hop it stands for.
+struct Words {
+  const Table &table;
+  bool json;
+
+  bool routes() const { return !table.nexthops.empty(); }
+  const std::string &nexthop(uint32_t data) const {
+    static const std::string unknown = "?";
+    return data >= 1 && data <= table.nexthops.size() ? table.nexthops[data - 1]
+                                                      : unknown;
+  }
+  // One line of --list or --origin.
+  std::string item(const std::string &prefix, uint32_t data) const {
+    if (json)
+      return "{\"prefix\": " + json_string(prefix) +
+             ", \"data\": " + std::to_string(data) +
+             (routes() ? ", \"nexthop\": " + json_string(nexthop(data)) : "") +
+             "}";
+    return prefix + " " + (routes() ? nexthop(data) : std::to_string(data));
+  }
+  // One answer; a null prefix is a miss.
+  std::string answer(const std::string &addr, const std::string *prefix,
+                     uint32_t data) const {
+    if (json) {
+      std::string null = "null";
+      std::string s = "{\"address\": " + json_string(addr) +
+                      ", \"data\": " + (prefix ? std::to_string(data) : null) +
+                      ", \"prefix\": " + (prefix ? json_string(*prefix) : null);
+      if (routes())
+        s += ", \"nexthop\": " + (prefix ? json_string(nexthop(data)) : null);
+      return s + "}";
+    }
+    if (!prefix) return addr + " - -";
+    if (routes()) return addr + " " + *prefix + " " + nexthop(data);
+    return addr + " " + std::to_string(data) + " " + *prefix;
+  }
+};
+
+void put_line(const std::string &line) {
+  fwrite(line.data(), 1, line.size(), stdout);
+  putchar('\n');
 }
 
 // One family's trie, with what the tool knows beside it.
 template <typename Ops>
 struct FamilyTrie {
   const std::vector<typename Ops::Entry> &entries;
+  const Words &words;
   typename Ops::Trie *trie = nullptr;
   double build_seconds = 0;
   PrefixIndex index;
   size_t duplicates;  // repeated prefixes dropped before the build
 
-  FamilyTrie(std::vector<typename Ops::Entry> &e, const Options &o)
+  FamilyTrie(std::vector<typename Ops::Entry> &e, const Options &o,
+             const Words &w)
       : entries(e),
+        words(w),
         index(Ops::family, prefixes_of(e)),
         duplicates(keep_first_of_duplicates<Ops>(e)) {
     if (e.empty()) return;  // lookups then find nothing
@@ -161,7 +268,10 @@ struct FamilyTrie {
         e.data(), static_cast<uint32_t>(e.size()), o.fill,
         root_branch(o.root_branch[Ops::family == Family::v6], e.size()));
     build_seconds = now_seconds() - t0;
-    if (!trie) fail(std::string(family_name(Ops::family)) + " trie not built");
+    if (!trie)
+      fail("cannot build the " + std::string(family_name(Ops::family)) +
+           " trie of " + std::to_string(e.size()) +
+           " prefixes; the library reports: " + take_library_diagnostics());
   }
   ~FamilyTrie() { Ops::destruct(trie); }
 
@@ -181,47 +291,79 @@ struct FamilyTrie {
     return p;
   }
 
-  void report(const Options &o) {
+  static std::string prefix_text(const Addr &a, unsigned len) {
+    return format_addr(Ops::family, a) + "/" + std::to_string(len);
+  }
+
+  // Counts, build time and ignored duplicates, on stderr.
+  void status() const {
     const char *name = family_name(Ops::family);
     if (!trie) {
-      printf("%s: no prefixes\n", name);
+      fprintf(stderr, "vell-lpm: %s: no prefixes\n", name);
       return;
     }
-    printf("%s: %zu prefixes, trie built in %.1f ms, %u bytes\n", name,
-           entries.size(), build_seconds * 1e3, Ops::memory(trie));
+    fprintf(stderr,
+            "vell-lpm: %s: %zu prefixes, trie built in %.1f ms, %u bytes\n",
+            name, entries.size(), build_seconds * 1e3, Ops::memory(trie));
     if (duplicates)
-      printf(
-          "%s: %zu repeated prefixes ignored (the first line of each "
-          "counts)\n",
-          name, duplicates);
-    if (o.stats) Ops::print_stats(trie);
+      fprintf(stderr,
+              "vell-lpm: %s: %zu repeated prefixes ignored (the first line "
+              "of each counts)\n",
+              name, duplicates);
+  }
+
+  // The same facts as one JSON object.
+  std::string json() const {
+    return std::string("{\"prefixes\": ") + std::to_string(entries.size()) +
+           ", \"duplicates\": " + std::to_string(duplicates) +
+           ", \"build_ms\": " + std::to_string(build_seconds * 1e3) +
+           ", \"bytes\": " + std::to_string(trie ? Ops::memory(trie) : 0) + "}";
+  }
+
+  void report(const Options &o) {
+    if (!trie) return;
+    if (o.stats && !o.json) Ops::print_stats(trie);
     if (o.print) Ops::print(trie);
-    if (o.list) list();
+    if (o.list || o.by_origin) list(o);
     fflush(stdout);
   }
 
-  void list() {
+  // Each stored prefix once, in address order. The iterator delivers an
+  // enclosing prefix with every entry inside it, so its items are deduplicated.
+  void list(const Options &o) {
+    struct Item {
+      Addr addr;
+      unsigned len;
+      uint32_t data;
+      auto operator<=>(const Item &) const = default;
+    };
+    std::vector<Item> items;
     bool ok = Ops::for_each_item(
-        trie, [](const Addr &a, unsigned len, uint32_t data) {
-          printf("%s/%u %u\n",
-                 format_addr(Ops::family, mask_to(a, len)).c_str(), len, data);
+        trie, [&](const Addr &a, unsigned len, uint32_t data) {
+          if (o.list || data == o.origin)
+            items.push_back({mask_to(a, len), len, data});
         });
-    if (!ok) fail("iterator not made");
+    if (!ok)
+      fail("cannot list the " + std::string(family_name(Ops::family)) +
+           " trie; the library reports: " + take_library_diagnostics());
+    std::sort(items.begin(), items.end());
+    items.erase(std::unique(items.begin(), items.end()), items.end());
+    for (const Item &i : items)
+      put_line(words.item(prefix_text(i.addr, i.len), i.data));
   }
 
   void lookup(const Addr &addr) const {
-    uint32_t data = trie ? Ops::lookup(trie, Ops::addr_key(addr)) : 0;
     Prefix match;
-    std::string prefix = "-";
-    if (index.longest(addr, match))
-      prefix = format_addr(Ops::family, match.addr) + "/" +
-               std::to_string(match.len);
-    printf("%s %u %s\n", format_addr(Ops::family, addr).c_str(), data,
-           prefix.c_str());
+    std::string text = format_addr(Ops::family, addr), prefix;
+    bool hit = index.longest(addr, match);
+    if (hit) prefix = prefix_text(match.addr, match.len);
+    uint32_t data = hit ? Ops::lookup(trie, Ops::addr_key(addr)) : 0;
+    put_line(words.answer(text, hit ? &prefix : nullptr, data));
   }
 
-  void bench(uint64_t n) const {
-    if (!trie) return;
+  // Times n lookups; the result as text lines or as one JSON object.
+  std::string bench(uint64_t n, bool as_json) const {
+    if (!trie) return as_json ? "null" : "";
     auto keys = draw_keys<Ops>(entries, n);
     std::vector<uint32_t> single(n), bulk(n);
     double t0 = now_seconds();
@@ -237,26 +379,54 @@ struct FamilyTrie {
       hits += single[i] != 0;
       differ += single[i] != bulk[i];
     }
-    double m = Ops::memory(trie);
-    printf(
-        "%s bench: %llu lookups (half within the table's prefixes, half "
-        "uniform), %.1f%% matched\n"
-        "  build %.1f ms, memory %.0f B (%.2f MB, %.1f B per prefix)\n"
-        "  single lookups %.2f M/s, bulk lookups (batches of %u) %.2f M/s\n",
-        family_name(Ops::family), static_cast<unsigned long long>(n),
-        100.0 * static_cast<double>(hits) / static_cast<double>(n),
-        build_seconds * 1e3, m, m / 1048576.0,
-        entries.empty() ? 0.0 : m / static_cast<double>(entries.size()),
-        static_cast<double>(n) / (t1 - t0) / 1e6, kBulkBatch,
-        static_cast<double>(n) / (t2 - t1) / 1e6);
     if (differ) fail(std::to_string(differ) + " bulk results differ");
+    double m = Ops::memory(trie), nd = static_cast<double>(n);
+    double matched = 100.0 * static_cast<double>(hits) / nd;
+    double single_rate = nd / (t1 - t0) / 1e6, bulk_rate = nd / (t2 - t1) / 1e6;
+    double per_prefix = m / static_cast<double>(entries.size());
+    char buf[640];
+    if (as_json)
+      snprintf(buf, sizeof buf,
+               "{\"lookups\": %llu, \"matched_pct\": %.1f, \"build_ms\": "
+               "%.1f, \"bytes\": %.0f, \"bytes_per_prefix\": %.1f, "
+               "\"single_mps\": %.2f, \"bulk_mps\": %.2f, \"bulk_batch\": %u}",
+               static_cast<unsigned long long>(n), matched, build_seconds * 1e3,
+               m, per_prefix, single_rate, bulk_rate, kBulkBatch);
+    else
+      snprintf(buf, sizeof buf,
+               "%s bench: %llu lookups (half within the table's prefixes, "
+               "half uniform), %.1f%% matched\n"
+               "  build %.1f ms, memory %.0f B (%.2f MB, %.1f B per prefix)\n"
+               "  single lookups %.2f M/s, bulk lookups (batches of %u) %.2f "
+               "M/s\n",
+               family_name(Ops::family), static_cast<unsigned long long>(n),
+               matched, build_seconds * 1e3, m, m / 1048576.0, per_prefix,
+               single_rate, kBulkBatch, bulk_rate);
+    return buf;
   }
 };
+
+// The --stats and --bench reports as one JSON document.
+template <typename V4, typename V6>
+void json_report(const Options &o, const V4 &v4, const V6 &v6) {
+  std::string doc = "{";
+  auto family = [&](const char *name, const auto &f) {
+    doc += std::string(doc.size() > 1 ? ", " : "") + json_string(name) + ": ";
+    std::string facts = f.json();
+    if (o.bench)
+      facts.insert(facts.size() - 1, ", \"bench\": " + f.bench(o.bench, true));
+    doc += facts;
+  };
+  family("IPv4", v4);
+  family("IPv6", v6);
+  put_line(doc + "}");
+}
 
 }  // namespace
 
 int main(int argc, char **argv) {
   Options o = parse_options(argc, argv);
+  sc_host_set_diag_handler(on_library_diagnostic);
   struct Query {
     lpm::Family family;
     Addr addr;
@@ -264,12 +434,16 @@ int main(int argc, char **argv) {
   std::vector<Query> queries;
   for (const std::string &a : o.addresses) {
     Query q;
-    if (!parse_addr(a, q.family, q.addr)) fail("bad address '" + a + "'");
+    if (!parse_query(a, q.family, q.addr)) fail("bad address " + quoted(a));
     queries.push_back(q);
   }
-  Table table = load_tables(o.tables);
-  FamilyTrie<Ops4> v4(table.v4, o);
-  FamilyTrie<Ops6> v6(table.v6, o);
+  Table table = load_tables(o);
+  Words words{table, o.json};
+  FamilyTrie<Ops4> v4(table.v4, o, words);
+  FamilyTrie<Ops6> v6(table.v6, o, words);
+  v4.status();
+  v6.status();
+  if (o.json && (o.stats || o.bench)) json_report(o, v4, v6);
   v4.report(o);
   v6.report(o);
 
@@ -282,26 +456,31 @@ int main(int argc, char **argv) {
   for (const Query &q : queries) lookup(q);
   int status = 0;
   if (o.from_stdin) {
-    char line[256];
-    for (unsigned long n = 1; fgets(line, sizeof line, stdin); ++n) {
-      std::string_view text(line);
-      while (!text.empty() && strchr(" \t\r\n", text.back()))
-        text.remove_suffix(1);
+    std::string line;
+    unsigned long n = 0;
+    for (int c = 0; c != EOF;) {
+      line.clear();
+      while ((c = getchar()) != EOF && c != '\n') line += static_cast<char>(c);
+      ++n;
+      std::string_view text = trim(line);
       Query q;
       if (text.empty()) continue;
-      if (parse_addr(text, q.family, q.addr)) {
+      if (text.find('\0') == std::string_view::npos &&
+          parse_query(text, q.family, q.addr)) {
         lookup(q);
       } else {
-        fprintf(stderr, "vell-lpm: <stdin>:%lu: bad address '%.*s'\n", n,
-                static_cast<int>(text.size()), text.data());
+        fflush(stdout);
+        fprintf(stderr, "vell-lpm: <stdin>:%lu: bad address %s\n", n,
+                quoted(text).c_str());
         status = 1;
       }
     }
   }
-  fflush(stdout);
-  if (o.bench) {
-    v4.bench(o.bench);
-    v6.bench(o.bench);
+  if (o.bench && !o.json) {
+    fputs(v4.bench(o.bench, false).c_str(), stdout);
+    fputs(v6.bench(o.bench, false).c_str(), stdout);
   }
+  if (fflush(stdout) != 0 || ferror(stdout))
+    fail(std::string("cannot write the answers: ") + strerror(errno));
   return status;
 }

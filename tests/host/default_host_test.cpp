@@ -99,11 +99,11 @@ TEST(DefaultHost, DiagnosticsGoToStderrAndDumpsToStdout) {
 TEST(DefaultHost, DiagnosticsGoToAHandlerWhenOneIsSet) {
   static std::string got;
   got.clear();
-  sc_host_set_diag_handler([](int level, const char *file, int line,
-                              const char *msg) {
-    got = std::to_string(level) + "|" + file + "|" + std::to_string(line) +
-          "|" + msg;
-  });
+  sc_host_set_diag_handler(
+      [](int level, const char *file, int line, const char *msg) {
+        got = std::to_string(level) + "|" + file + "|" + std::to_string(line) +
+              "|" + msg;
+      });
   testing::internal::CaptureStderr();
   int n = __sc_print_prefix(4, "lib/pfe/ds/src/sc_btrie", 7);
   n += __sc_print_msg("x%dy\n", 5);

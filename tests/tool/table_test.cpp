@@ -59,9 +59,7 @@ TEST(TableLines, BadLinesAreRefusedWithTheReasonAndAddNothing) {
   struct Case {
     const char *line, *why;
   } cases[] = {
-      {"10.0.0.0",
-       "expected ADDRESS/LEN [DATA] or START,END,NUMBER, got "
-       "'10.0.0.0'"},
+      {"x10", "expected ADDRESS[/LEN] [DATA] or START,END,NUMBER, got 'x10'"},
       {"10.0.0.256/8", "bad address '10.0.0.256'"},
       {"10.0.0.0/33", "bad prefix length '33' (0 to 32 for IPv4)"},
       {"::/129", "bad prefix length '129' (0 to 128 for IPv6)"},
@@ -90,25 +88,41 @@ TEST(TableLines, BadLinesAreRefusedWithTheReasonAndAddNothing) {
 }
 
 TEST(TableFiles, TheFirstBadLineIsNamedByFileAndLine) {
-  const char text[] = "10.0.0.0/8 1\n# fine\n\n10.0.0.0/40 2\n11.0.0.0/8 3\n";
-  FILE *in = fmemopen(const_cast<char *>(text), sizeof text - 1, "r");
   Table t;
   std::string error;
-  EXPECT_FALSE(load_table(in, "routes.txt", t, error));
-  fclose(in);
+  EXPECT_FALSE(
+      load_table("10.0.0.0/8 1\n# fine\n\n10.0.0.0/40 2\n11.0.0.0/8 3\n",
+                 "routes.txt", t, error));
   EXPECT_EQ(error, "routes.txt:4: bad prefix length '40' (0 to 32 for IPv4)");
   EXPECT_EQ(t.v4.size(), 1u);
 
-  // A last line without its newline, and a line longer than one read.
+  // A last line without its newline, a long line, pyasn comments, a bare
+  // address as a host route.
   std::string long_line = "12.0.0.0/8" + std::string(5000, ' ') + "9";
-  std::string ok = "10.0.0.0/8 1\n" + long_line + "\n2001::/16 5";
-  in = fmemopen(ok.data(), ok.size(), "r");
+  std::string ok = "; pyasn header\n10.0.0.0/8\t1\n" + long_line +
+                   "\n 192.0.2.1 \n2001::/16 5";
   Table t2;
-  EXPECT_TRUE(load_table(in, "x", t2, error)) << error;
-  fclose(in);
-  ASSERT_EQ(t2.v4.size(), 2u);
+  EXPECT_TRUE(load_table(ok, "x", t2, error)) << error;
+  ASSERT_EQ(t2.v4.size(), 3u);
   EXPECT_EQ(t2.v4[1].data, 9u);
+  EXPECT_EQ(t2.v4[2].len, 32u);
+  EXPECT_EQ(t2.v4[2].data, 3u);
   ASSERT_EQ(t2.v6.size(), 1u);
+}
+
+// A NUL byte must not join a line to the next or cut it short unnoticed;
+// offending text is quoted bounded and with control bytes escaped.
+TEST(TableFiles, NulBytesAndHostileTextAreRefusedAndQuotedSafely) {
+  Table t;
+  std::string error;
+  std::string nul("10.0.0.0/8 1 #\0x\n10.1.0.0/16 2\n", 30);
+  EXPECT_FALSE(load_table(nul, "t", t, error));
+  EXPECT_EQ(error, "t:1: NUL byte in line '10.0.0.0/8 1 #\\x00x'");
+
+  std::string evil = "\x1b[31mred" + std::string(100, 'A') + "/8";
+  EXPECT_FALSE(load_table(evil, "t", t, error));
+  EXPECT_EQ(error,
+            "t:1: bad address '\\x1b[31mred" + std::string(32, 'A') + "'...");
 }
 
 TEST(PrefixIndex, FindsTheLongestCoveringPrefix) {

@@ -19,6 +19,26 @@ bool parse_addr(std::string_view text, Family &family, Addr &addr) {
   return true;
 }
 
+bool parse_query(std::string_view text, Family &family, Addr &addr) {
+  if (text.empty() || text.size() > 39 ||
+      text.find_first_not_of("0123456789") != std::string_view::npos)
+    return parse_addr(text, family, addr);
+  Addr n;
+  for (char c : text) {  // n = n * 10 + digit, over the four words
+    uint64_t carry = static_cast<uint64_t>(c - '0');
+    for (unsigned i = 4; i-- > 0;) {
+      uint64_t v = uint64_t{n.w[i]} * 10 + carry;
+      n.w[i] = static_cast<uint32_t>(v);
+      carry = v >> 32;
+    }
+    if (carry) return false;  // beyond 128 bits
+  }
+  bool v4 = n.w[0] == 0 && n.w[1] == 0 && n.w[2] == 0;
+  family = v4 ? Family::v4 : Family::v6;
+  addr = v4 ? Addr{{n.w[3], 0, 0, 0}} : n;
+  return true;
+}
+
 std::string format_addr(Family family, const Addr &addr) {
   unsigned char bytes[16];
   for (unsigned i = 0; i < 16; ++i)

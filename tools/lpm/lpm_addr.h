@@ -27,6 +27,9 @@ constexpr const char *family_name(Family f) {
 // from the text. False for anything else.
 bool parse_addr(std::string_view text, Family &family, Addr &addr);
 std::string format_addr(Family family, const Addr &addr);
+// A query address: as parse_addr, or a decimal integer (IPv4 up to
+// 4294967295, IPv6 above, up to 2^128 - 1), as batch jobs write them.
+bool parse_query(std::string_view text, Family &family, Addr &addr);
 
 // Bit `pos` (0 is the first, most significant bit) of the address.
 inline bool bit(const Addr &a, unsigned pos) {

@@ -3,37 +3,11 @@
 #include <limits.h>
 #include <unistd.h>
 
-#include <charconv>
-
 #include "lpm_ranges.h"
+#include "lpm_text.h"
 
 namespace lpm {
 namespace {
-
-std::string_view trim(std::string_view s) {
-  const char *space = " \t\r\n";
-  size_t b = s.find_first_not_of(space);
-  if (b == std::string_view::npos) return {};
-  return s.substr(b, s.find_last_not_of(space) - b + 1);
-}
-
-bool parse_u32(std::string_view s, uint32_t &v) {
-  auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
-  return ec == std::errc() && end == s.data() + s.size();
-}
-
-std::string quoted(std::string_view s) {
-  std::string q(s.size() + 2, '\'');
-  s.copy(q.data() + 1, s.size());
-  return q;
-}
-
-void add(Table &t, Family f, const Addr &addr, unsigned len, uint32_t data) {
-  if (f == Family::v4)
-    t.v4.push_back(make_entry4(addr, len, data));
-  else
-    t.v6.push_back(make_entry6(addr, len, data));
-}
 
 bool parse_prefix_line(std::string_view line, Table &t, std::string &why) {
   line = trim(line.substr(0, line.find('#')));
@@ -41,36 +15,17 @@ bool parse_prefix_line(std::string_view line, Table &t, std::string &why) {
   std::string_view pfx = line.substr(0, gap);
   std::string_view rest =
       gap == std::string_view::npos ? "" : trim(line.substr(gap));
-  size_t slash = pfx.find('/');
-  if (slash == std::string_view::npos) {
-    why =
-        "expected ADDRESS/LEN [DATA] or START,END,NUMBER, got " + quoted(line);
-    return false;
-  }
   Family f;
   Addr addr;
-  if (!parse_addr(pfx.substr(0, slash), f, addr)) {
-    why = "bad address " + quoted(pfx.substr(0, slash));
-    return false;
-  }
-  uint32_t len;
-  if (!parse_u32(pfx.substr(slash + 1), len) || len > width(f)) {
-    why = "bad prefix length " + quoted(pfx.substr(slash + 1)) + " (0 to " +
-          std::to_string(width(f)) + " for " + family_name(f) + ")";
-    return false;
-  }
-  if (mask_to(addr, len) != addr) {
-    why = "address " + quoted(pfx.substr(0, slash)) +
-          " has bits set beyond its length /" + std::to_string(len);
-    return false;
-  }
+  unsigned len;
+  if (!parse_prefix(pfx, f, addr, len, why)) return false;
   uint32_t data =
       static_cast<uint32_t>((f == Family::v4 ? t.v4.size() : t.v6.size()) + 1);
   if (!rest.empty() && !parse_u32(rest, data)) {
     why = "bad data word " + quoted(rest) + " (an unsigned 32-bit number)";
     return false;
   }
-  add(t, f, addr, len, data);
+  t.add(f, addr, len, data);
   return true;
 }
 
@@ -103,13 +58,54 @@ bool parse_range_line(std::string_view line, Table &t, std::string &why) {
   } else {
     std::vector<Prefix> prefixes;
     range_to_prefixes(f1, first, last, prefixes);
-    for (const Prefix &p : prefixes) add(t, f1, p.addr, p.len, number);
+    for (const Prefix &p : prefixes) t.add(f1, p.addr, p.len, number);
     return true;
   }
   return false;
 }
 
 }  // namespace
+
+bool parse_prefix(std::string_view text, Family &f, Addr &addr, unsigned &len,
+                  std::string &why) {
+  size_t slash = text.find('/');
+  if (!parse_addr(text.substr(0, slash), f, addr)) {
+    why = slash == std::string_view::npos
+              ? "expected ADDRESS[/LEN] [DATA] or START,END,NUMBER, got " +
+                    quoted(text)
+              : "bad address " + quoted(text.substr(0, slash));
+    return false;
+  }
+  len = width(f);
+  if (slash == std::string_view::npos) return true;  // a host route
+  uint32_t n;
+  if (!parse_u32(text.substr(slash + 1), n) || n > width(f)) {
+    why = "bad prefix length " + quoted(text.substr(slash + 1)) + " (0 to " +
+          std::to_string(width(f)) + " for " + family_name(f) + ")";
+    return false;
+  }
+  len = n;
+  if (mask_to(addr, len) != addr) {
+    why = "address " + quoted(text.substr(0, slash)) +
+          " has bits set beyond its length /" + std::to_string(len);
+    return false;
+  }
+  return true;
+}
+
+void Table::add(Family f, const Addr &addr, unsigned len, uint32_t data) {
+  if (f == Family::v4)
+    v4.push_back(make_entry4(addr, len, data));
+  else
+    v6.push_back(make_entry6(addr, len, data));
+}
+
+uint32_t Table::nexthop_word(const std::string &text) {
+  auto [it, added] = nexthop_words.try_emplace(
+      text, static_cast<uint32_t>(nexthops.size() + 1));
+  if (added) nexthops.push_back(text);
+  return it->second;
+}
 
 sc_btrie_entry make_entry4(const Addr &addr, unsigned len, uint32_t data) {
   sc_btrie_entry e{};
@@ -150,33 +146,19 @@ std::vector<std::string> default_tables() {
 
 bool parse_line(std::string_view line, Table &table, std::string &why) {
   std::string_view body = trim(line);
-  if (body.empty() || body[0] == '#') return true;
+  if (body.empty() || body[0] == '#' || body[0] == ';') return true;
   if (body.find(',') != std::string_view::npos &&
       body.find(',') < body.find('#'))
     return parse_range_line(body, table, why);
   return parse_prefix_line(body, table, why);
 }
 
-bool load_table(FILE *in, const std::string &name, Table &table,
+bool load_table(std::string_view bytes, std::string_view name, Table &table,
                 std::string &error) {
-  std::string line, why;
-  unsigned long lineno = 0;
-  char buf[4096];
-  while (fgets(buf, sizeof buf, in)) {
-    line += buf;
-    if (line.back() != '\n' && !feof(in)) continue;  // a longer line
-    ++lineno;
-    if (!parse_line(line, table, why)) {
-      error = name + ":" + std::to_string(lineno) + ": " + why;
-      return false;
-    }
-    line.clear();
-  }
-  if (ferror(in)) {
-    error = name + ": read error";
-    return false;
-  }
-  return true;
+  return for_each_line(bytes, name, error,
+                       [&](std::string_view line, std::string &why) {
+                         return parse_line(line, table, why);
+                       });
 }
 
 }  // namespace lpm

@@ -1,15 +1,18 @@
 // Prefix tables as the tool reads them: one line each, either
-//   ADDRESS/LEN [DATA]           a prefix; DATA defaults to the prefix's
-//                                1-based position among its family's prefixes
+//   ADDRESS[/LEN] [DATA]         a prefix (a bare address is a host route);
+//                                DATA defaults to the prefix's 1-based
+//                                position among its family's prefixes
 //   START,END,NUMBER[,...]       an inclusive range, split into the fewest
 //                                covering prefixes, each with NUMBER as data
 // with '#' starting a comment (in prefix lines anywhere, in range lines only
-// at the start) and blank lines ignored. Both families may share one file.
+// at the start), ';' a comment line, and blank lines ignored. Both families
+// may share one file. Plain CIDR lists and PREFIX<TAB>ASN tables are of
+// this form.
 #pragma once
 
 #include <stdint.h>
-#include <stdio.h>
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,15 +26,28 @@ namespace lpm {
 struct Table {
   std::vector<sc_btrie_entry> v4;
   std::vector<sc_btrie6_entry> v6;
+  // Route tables: data word N stands for nexthops[N - 1], the next hop in
+  // the tool's words ("via 10.0.0.2 dev eth1", "unreachable").
+  std::vector<std::string> nexthops;
+  std::map<std::string, uint32_t> nexthop_words;
+
+  void add(Family f, const Addr &addr, unsigned len, uint32_t data);
+  // The data word of a next hop, the same for every route that shares it.
+  uint32_t nexthop_word(const std::string &text);
 };
+
+// ADDRESS/LEN or a bare ADDRESS (a host route), with no bits set beyond
+// LEN. On failure `why` says what is wrong.
+bool parse_prefix(std::string_view text, Family &f, Addr &addr, unsigned &len,
+                  std::string &why);
 
 // Adds the prefixes of one line to the table. On a bad line returns false
 // with the reason in `why` and leaves the table as it was.
 bool parse_line(std::string_view line, Table &table, std::string &why);
 
-// Reads every line of `in`. On the first bad line returns false with
+// Reads every line of `bytes`. On the first bad line returns false with
 // "NAME:LINE: reason" in `error`; the table then holds only earlier lines.
-bool load_table(FILE *in, const std::string &name, Table &table,
+bool load_table(std::string_view bytes, std::string_view name, Table &table,
                 std::string &error);
 
 // The embedded table's files: share/vell-ds/ (the data directory of the

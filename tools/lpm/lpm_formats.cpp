@@ -1,0 +1,65 @@
+#include "lpm_formats.h"
+
+#include "lpm_iproute.h"
+#include "lpm_mrt.h"
+#include "lpm_text.h"
+
+namespace lpm {
+namespace {
+
+struct Named {
+  Format format;
+  std::string_view name;
+};
+constexpr Named kNames[] = {{Format::automatic, "auto"},
+                            {Format::table, "table"},
+                            {Format::ip_route, "ip-route"},
+                            {Format::ip_route_json, "ip-route-json"},
+                            {Format::mrt, "mrt"}};
+
+}  // namespace
+
+bool format_named(std::string_view name, Format &f) {
+  for (const Named &n : kNames)
+    if (n.name == name) return f = n.format, true;
+  return false;
+}
+
+const char *format_name(Format f) {
+  for (const Named &n : kNames)
+    if (n.format == f) return n.name.data();
+  return "?";
+}
+
+Format detect_format(std::string_view bytes) {
+  if (looks_like_mrt(bytes)) return Format::mrt;
+  std::string_view text = trim(bytes);
+  if (!text.empty() && text[0] == '[') return Format::ip_route_json;
+  return looks_like_ip_route(bytes) ? Format::ip_route : Format::table;
+}
+
+bool load_source(const Source &src, Format format, Table &table,
+                 std::string &error, std::vector<std::string> &warnings) {
+  if (!src.warning.empty()) warnings.push_back(src.warning);
+  if (format == Format::automatic) format = detect_format(src.bytes);
+  std::string warning;
+  bool ok = false;
+  switch (format) {
+    case Format::mrt:
+      ok = load_mrt(src.bytes, src.name, table, error, warning);
+      break;
+    case Format::ip_route:
+      ok = load_ip_route(src.bytes, src.name, table, error);
+      break;
+    case Format::ip_route_json:
+      ok = load_ip_route_json(src.bytes, src.name, table, error);
+      break;
+    default:
+      ok = load_table(src.bytes, src.name, table, error);
+      break;
+  }
+  if (!warning.empty()) warnings.push_back(warning);
+  return ok;
+}
+
+}  // namespace lpm

@@ -1,0 +1,28 @@
+// The table formats the tool reads, recognised by their content or named
+// by the user.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lpm_source.h"
+#include "lpm_table.h"
+
+namespace lpm {
+
+enum class Format { automatic, table, ip_route, ip_route_json, mrt };
+
+// The format named NAME ("auto", "table", "ip-route", "ip-route-json",
+// "mrt"); false for any other name.
+bool format_named(std::string_view name, Format &f);
+// The format of `bytes`, from its first bytes and first line.
+Format detect_format(std::string_view bytes);
+const char *format_name(Format f);
+
+// Adds the source's routes to the table in the given format (automatic:
+// detected). Warnings (a dump cut short) are appended to `warnings`.
+bool load_source(const Source &src, Format format, Table &table,
+                 std::string &error, std::vector<std::string> &warnings);
+
+}  // namespace lpm

@@ -1,0 +1,27 @@
+// MRT routing dumps (RFC 6396): TABLE_DUMP_V2 (RIB_IPV4_UNICAST,
+// RIB_IPV6_UNICAST and their ADD-PATH forms of RFC 8050) and the older
+// TABLE_DUMP. Each prefix gets as data word the origin AS of its first RIB
+// entry: the last AS of the AS_PATH, or the smallest member when the path
+// ends in an AS_SET; 0 for an empty path. Other record types are skipped.
+#pragma once
+
+#include <stddef.h>
+
+#include <string>
+#include <string_view>
+
+#include "lpm_table.h"
+
+namespace lpm {
+
+// True when `bytes` starts with the header of a table-dump record.
+bool looks_like_mrt(std::string_view bytes);
+
+// Adds the prefixes of every whole record of `bytes`. A dump cut short in
+// its last record is read up to there, with `warning` saying how many
+// records were read and at which byte the cut lies. A malformed record is
+// an error naming its byte offset; the table then holds the earlier ones.
+bool load_mrt(std::string_view bytes, std::string_view name, Table &table,
+              std::string &error, std::string &warning);
+
+}  // namespace lpm
