@@ -263,6 +263,11 @@ struct FamilyTrie {
         index(Ops::family, prefixes_of(e)),
         duplicates(keep_first_of_duplicates<Ops>(e)) {
     if (e.empty()) return;  // lookups then find nothing
+    // The IPv6 constructor refuses a larger table on the console, where the
+    // refusal would mix with the answers: refuse it here first.
+    if (Ops::family == Family::v6 && e.size() > Ops::kMaxEntries)
+      fail("the IPv6 trie takes at most " + std::to_string(Ops::kMaxEntries) +
+           " prefixes; the tables hold " + std::to_string(e.size()));
     double t0 = now_seconds();
     trie = Ops::construct(
         e.data(), static_cast<uint32_t>(e.size()), o.fill,

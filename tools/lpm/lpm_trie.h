@@ -20,6 +20,7 @@ struct Ops4 {
   using Trie = sc_btrie;
   using Key = uint32_t;
   static constexpr uint32_t kMaxRootBranch = 20;
+  static constexpr uint32_t kMaxEntries = 0x200000;
 
   static Trie *construct(const Entry *e, uint32_t n, uint32_t fill,
                          uint32_t root_branch) {
@@ -77,6 +78,7 @@ struct Ops6 {
   using Trie = sc_btrie6;
   using Key = std::array<uint32_t, 4>;
   static constexpr uint32_t kMaxRootBranch = 15;  // the node's branch field
+  static constexpr uint32_t kMaxEntries = 0x100000;
 
   static Trie *construct(const Entry *e, uint32_t n, uint32_t fill,
                          uint32_t root_branch) {

@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+
+#include "lpm_mrt.h"
+
+namespace {
+
+using namespace lpm;
+
+// Builders for MRT records, big-endian as on the wire.
+struct Bytes {
+  std::string b;
+  Bytes &n(uint32_t v, unsigned width) {
+    for (unsigned i = width; i-- > 0;) b += static_cast<char>(v >> (8 * i));
+    return *this;
+  }
+  Bytes &raw(const std::string &s) {
+    b += s;
+    return *this;
+  }
+};
+
+// An AS_PATH attribute of segments {type, ASes...}, `as_bytes` per AS.
+std::string as_path(std::initializer_list<std::initializer_list<uint32_t>> segs,
+                    unsigned as_bytes = 4, uint8_t type = 2) {
+  Bytes v;
+  for (auto seg : segs) {
+    auto it = seg.begin();
+    v.n(*it, 1).n(static_cast<uint32_t>(seg.size() - 1), 1);
+    for (++it; it != seg.end(); ++it) v.n(*it, as_bytes);
+  }
+  return Bytes()
+      .n(0x40, 1)
+      .n(type, 1)
+      .n(static_cast<uint32_t>(v.b.size()), 1)
+      .raw(v.b)
+      .b;
+}
+
+std::string record(uint16_t type, uint16_t subtype, const std::string &body) {
+  return Bytes()
+      .n(1400824800, 4)
+      .n(type, 2)
+      .n(subtype, 2)
+      .n(static_cast<uint32_t>(body.size()), 4)
+      .raw(body)
+      .b;
+}
+
+// A TABLE_DUMP_V2 RIB record with one entry per attribute string.
+std::string rib(uint16_t subtype, std::initializer_list<uint8_t> prefix_bytes,
+                unsigned len, std::initializer_list<std::string> entries,
+                bool add_path = false) {
+  Bytes b;
+  b.n(7, 4).n(len, 1);
+  for (uint8_t x : prefix_bytes) b.n(x, 1);
+  b.n(static_cast<uint32_t>(entries.size()), 2);
+  for (const std::string &attrs : entries) {
+    b.n(0, 2).n(1400824800, 4);
+    if (add_path) b.n(9, 4);
+    b.n(static_cast<uint32_t>(attrs.size()), 2).raw(attrs);
+  }
+  return record(13, subtype, b.b);
+}
+
+const uint8_t kSet = 1, kSeq = 2, kConfedSeq = 3;
+
+TEST(Mrt, OriginIsTheLastAsOfTheFirstEntryOrTheLeastOfAFinalSet) {
+  std::string peer_index = record(13, 1, std::string(10, '\1'));
+  std::string dump =
+      peer_index +
+      rib(2, {10}, 8,
+          {as_path({{kSeq, 701, 4200000000u}}), as_path({{kSeq, 1, 2}})}) +
+      rib(2, {10, 1}, 16, {as_path({{kSeq, 3}, {kSet, 9, 5, 7}})}) +
+      rib(2, {}, 0, {as_path({{kConfedSeq, 65000}, {kSeq, 6, 8}})}) +
+      rib(2, {192, 0, 2}, 24, {}) +               // no entries: no route
+      rib(3, {224}, 4, {as_path({{kSeq, 1}})}) +  // multicast: skipped
+      rib(10, {0x20, 0x01, 0x0d, 0xb8}, 32, {"", as_path({{kSeq, 5}})}, true) +
+      record(16, 4, "BGP4MP update, skipped");
+  Table t;
+  std::string error, warning;
+  ASSERT_TRUE(load_mrt(dump, "d", t, error, warning)) << error;
+  EXPECT_EQ(warning, "");
+  ASSERT_EQ(t.v4.size(), 3u);
+  EXPECT_EQ(t.v4[0].addr, 0x0A000000u);
+  EXPECT_EQ(t.v4[0].data, 4200000000u);
+  EXPECT_EQ(t.v4[1].len, 16u);
+  EXPECT_EQ(t.v4[1].data, 5u);
+  EXPECT_EQ(t.v4[2].len, 0u);
+  EXPECT_EQ(t.v4[2].data, 8u);
+  ASSERT_EQ(t.v6.size(), 1u);
+  EXPECT_EQ(t.v6[0].addr[0], 0x20010db8u);
+  EXPECT_EQ(t.v6[0].data, 0u);  // the first entry's path is empty
+}
+
+TEST(Mrt, OldTableDumpTakesTheFourByteOriginFromAs4Path) {
+  Bytes b;
+  b.n(0, 2)
+      .n(1, 2)
+      .n(0xC6336400, 4)
+      .n(24, 1)
+      .n(1, 1)
+      .n(0, 4)
+      .n(0x0A000001, 4)
+      .n(23456, 2);
+  std::string attrs =
+      as_path({{kSeq, 1, 23456}}, 2) + as_path({{kSeq, 1, 4200000001u}}, 4, 17);
+  b.n(static_cast<uint32_t>(attrs.size()), 2).raw(attrs);
+  Table t;
+  std::string error, warning;
+  ASSERT_TRUE(load_mrt(record(12, 1, b.b), "d", t, error, warning)) << error;
+  ASSERT_EQ(t.v4.size(), 1u);
+  EXPECT_EQ(t.v4[0].addr, 0xC6336400u);
+  EXPECT_EQ(t.v4[0].data, 4200000001u);
+}
+
+TEST(Mrt, ADumpCutShortKeepsItsWholeRecordsAndSaysWhere) {
+  std::string one = rib(2, {10}, 8, {as_path({{kSeq, 1}})});
+  std::string two = rib(2, {11}, 8, {as_path({{kSeq, 2}})});
+  for (size_t cut : {size_t{5}, two.size() - 1}) {
+    Table t;
+    std::string error, warning;
+    std::string dump = one + two.substr(0, cut);
+    ASSERT_TRUE(load_mrt(dump, "d", t, error, warning)) << error;
+    EXPECT_EQ(t.v4.size(), 1u);
+    EXPECT_EQ(warning,
+              "d: dump cut short at byte " + std::to_string(dump.size()) +
+                  ", inside the record at byte " + std::to_string(one.size()) +
+                  ": read the 1 whole records before it");
+  }
+}
+
+TEST(Mrt, AMalformedRecordIsAnErrorAtItsByteOffset) {
+  std::string good = rib(2, {10}, 8, {as_path({{kSeq, 1}})});
+  std::string at = "d: byte " + std::to_string(good.size()) +
+                   ": bad MRT record (type 13, subtype ";
+  struct Case {
+    std::string record, why;
+  } cases[] = {
+      {rib(2, {10}, 33, {}), "2): prefix length 33 beyond 32"},
+      {rib(2, {11}, 7, {as_path({{kSeq, 1}})}),
+       "2): prefix 11.0.0.0/7 has bits set beyond its length"},
+      {rib(4, {0x20}, 129, {}), "4): prefix length 129 beyond 128"},
+      {rib(2, {10}, 8, {as_path({{7, 1}})}),
+       "2): AS_PATH segment of unknown type 7"},
+      {rib(2, {10}, 8, {as_path({{kSeq, 1}}).substr(0, 5)}),
+       "2): path attribute 2 runs past the attributes' end"},
+      {record(13, 2,
+              Bytes().n(7, 4).n(8, 1).n(10, 1).n(2, 2).n(0, 6).n(0, 2).b),
+       "2): RIB entry 2 of 2 runs past the record's end"},
+      {record(13, 2, Bytes().n(7, 4).n(8, 1).b),
+       "2): record ends inside its header"},
+  };
+  for (const Case &c : cases) {
+    Table t;
+    std::string error, warning;
+    EXPECT_FALSE(load_mrt(good + c.record, "d", t, error, warning));
+    EXPECT_EQ(error, at + c.why);
+    EXPECT_EQ(t.v4.size(), 1u);
+  }
+}
+
+TEST(Mrt, RecognisedByItsHeaderOnly) {
+  EXPECT_TRUE(looks_like_mrt(rib(2, {10}, 8, {})));
+  EXPECT_TRUE(looks_like_mrt(record(12, 1, "")));
+  EXPECT_FALSE(looks_like_mrt(record(16, 4, "")));
+  EXPECT_FALSE(looks_like_mrt("10.0.0.0/8 1\n"));
+  EXPECT_FALSE(looks_like_mrt(std::string(5, '\0')));
+}
+
+}  // namespace
