@@ -28,6 +28,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "lpm_formats.h"
 #include "lpm_keys.h"
 #include "lpm_table.h"
 #include "lpm_trie.h"
@@ -305,14 +306,16 @@ int main(int argc, char **argv) {
   if (tables.empty()) tables = default_tables();
   Table table;
   for (const std::string &name : tables) {
-    FILE *in = fopen(name.c_str(), "r");
+    Source src;
     std::string error;
-    if (!in || !load_table(in, name, table, error)) {
-      fprintf(stderr, "bench_lpm: %s\n",
-              in ? error.c_str() : (name + ": cannot open").c_str());
+    std::vector<std::string> warnings;
+    if (!read_source(name, src, error) ||
+        !load_source(src, Format::automatic, table, error, warnings)) {
+      fprintf(stderr, "bench_lpm: %s\n", error.c_str());
       return 1;
     }
-    fclose(in);
+    for (const std::string &w : warnings)
+      fprintf(stderr, "bench_lpm: warning: %s\n", w.c_str());
   }
 
   bool peer_ready = false;

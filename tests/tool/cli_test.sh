@@ -1,0 +1,101 @@
+#!/usr/bin/env bash
+# vell-lpm end to end, as a user and a script meet it: answers alone on
+# stdout, bad input refused in the tool's words before any answer, write
+# errors reported. Usage: cli_test.sh VELL_LPM SOURCE_DIR
+set -uo pipefail
+tool=$1
+src=$2
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+routes=$src/tests/tool/routes.txt
+failures=0
+
+# expect NAME STATUS STDOUT STDERR -- ARGS...: runs the tool (stdin from
+# $input when set) and compares status, stdout and stderr exactly; stderr
+# without its status lines (tables read, tries built).
+expect() {
+  local name=$1 status=$2 out=$3 err=$4
+  shift 5
+  local got_status=0
+  "$tool" "$@" <"${input:-/dev/null}" >"$tmp/out" 2>"$tmp/all" || got_status=$?
+  grep -vE '^vell-lpm: ([^ ]+: [0-9]+ prefixes \(|IPv[46]: )' "$tmp/all" >"$tmp/err"
+  if [ "$got_status" != "$status" ] || [ "$(cat "$tmp/out")" != "$out" ] ||
+    [ "$(cat "$tmp/err")" != "$err" ]; then
+    echo "FAIL $name: status $got_status (want $status)"
+    echo "--- stdout:"; cat "$tmp/out"; echo "--- want:"; echo "$out"
+    echo "--- stderr:"; cat "$tmp/err"; echo "--- want:"; echo "$err"
+    failures=$((failures + 1))
+  fi
+}
+
+# Answers only on stdout; a miss prints as a miss; decimal queries.
+expect answers-only 0 "10.1.2.3 3 10.1.0.0/16
+2002::1 - -
+10.0.0.1 2 10.0.0.0/8" "" -- -t "$routes" 10.1.2.3 2002::1 167772161
+"$tool" -t "$routes" 10.1.2.3 2>&1 >/dev/null | grep -q "IPv4: 4 prefixes" ||
+  { echo "FAIL status line not on stderr"; failures=$((failures + 1)); }
+
+# JSON answers and report parse as JSON.
+"$tool" -t "$routes" --json --stats 10.1.2.3 2002::1 2>/dev/null >"$tmp/json"
+/usr/bin/python3 -c '
+import json, sys
+lines = open(sys.argv[1]).read().splitlines()
+doc = json.loads(lines[0])
+assert doc["IPv4"]["prefixes"] == 4 and doc["IPv6"]["prefixes"] == 2, doc
+assert json.loads(lines[1]) == {"address": "10.1.2.3", "data": 3,
+                                "prefix": "10.1.0.0/16"}, lines[1]
+assert json.loads(lines[2]) == {"address": "2002::1", "data": None,
+                                "prefix": None}, lines[2]
+' "$tmp/json" || { echo "FAIL json"; failures=$((failures + 1)); }
+
+# A NUL byte is a bad line, not a joint with the next one.
+printf '10.0.0.0/8 1 #\0x\n10.1.0.0/16 2\n' >"$tmp/nul"
+expect nul-byte 1 "" "vell-lpm: $tmp/nul:1: NUL byte in line '10.0.0.0/8 1 #\\x00x'" \
+  -- -t "$tmp/nul" 10.1.2.3
+
+# Offending text is quoted bounded and escaped.
+printf '10.0.0.0/8 1\n\033[2J%s/8\n' "$(printf 'A%.0s' {1..200})" >"$tmp/long"
+expect long-token 1 "" "vell-lpm: $tmp/long:2: bad address '\\x1b[2J$(printf 'A%.0s' {1..36})'..." \
+  -- -t "$tmp/long" 10.1.2.3
+printf '10.1.2.3\n10.0.0.0/8 1\n\n2002::1\n' >"$tmp/in"
+input=$tmp/in expect bad-stdin-line 1 "10.1.2.3 3 10.1.0.0/16
+2002::1 - -" "vell-lpm: <stdin>:2: bad address '10.0.0.0/8 1'" \
+  -- -t "$routes" --stdin
+expect bad-arg 1 "" "vell-lpm: bad address '\\x1b[2J'" -- -t "$routes" $'\e[2J'
+
+# Directories, missing and unreadable files each say so.
+expect directory 1 "" "vell-lpm: $tmp: is a directory, not a table file" -- -t "$tmp" 1.2.3.4
+expect missing 1 "" "vell-lpm: $tmp/none: no such file" -- -t "$tmp/none" 1.2.3.4
+
+# A write error on stdout is an error; a closed pipe is not.
+if [ -w /dev/full ]; then
+  "$tool" -t "$routes" 10.1.2.3 >/dev/full 2>"$tmp/err" && {
+    echo "FAIL write error ignored"; failures=$((failures + 1)); }
+  grep -q "^vell-lpm: cannot write the answers: No space left on device$" "$tmp/err" ||
+    { echo "FAIL write error message:"; cat "$tmp/err"; failures=$((failures + 1)); }
+fi
+seq 1 200000 | "$tool" -t "$routes" --stdin 2>"$tmp/err" | head -1 >/dev/null
+grep -q "cannot write" "$tmp/err" &&
+  { echo "FAIL closed pipe reported"; failures=$((failures + 1)); }
+
+# The library's refusal comes out in the tool's words, not as its raw line.
+awk 'BEGIN { for (i = 0; i <= 2097152; ++i)
+  printf "%d.%d.%d.%d\n", 10 + int(i / 16777216), int(i / 65536) % 256,
+         int(i / 256) % 256, i % 256 }' >"$tmp/many"
+expect library-refusal 1 "" "vell-lpm: cannot build the IPv4 trie of 2097153 prefixes; the library reports: sc_btrie_construct: too many entries (2097153 > 2097152)" \
+  -- -t "$tmp/many" 10.0.0.1
+
+# ip route text: answers name the next hop.
+expect ip-route 0 "10.2.0.1 10.2.0.0/16 via 10.0.0.2 dev eth1, via 10.0.0.3 dev eth2
+10.9.1.1 10.9.0.0/16 unreachable
+8.8.8.8 0.0.0.0/0 via 192.0.2.1 dev eth0" "" \
+  -- -t "$src/tests/tool/samples/ip-route.txt" 10.2.0.1 10.9.1.1 8.8.8.8
+
+# --origin lists what an AS originates, once each.
+printf '10.0.0.0/8 7\n10.1.0.0/16 8\n10.2.0.0/16 7\n10.2.1.0/24 7\n' >"$tmp/o"
+expect origin 0 "10.0.0.0/8 7
+10.2.0.0/16 7
+10.2.1.0/24 7" "" -- -t "$tmp/o" --origin 7
+
+echo "vell-lpm cli: $failures failed"
+[ $failures -eq 0 ]

@@ -1,0 +1,158 @@
+"""Checks vell-lpm's answers against independent tools on the same input.
+
+  oracle.py lookup VELL_LPM TABLE N   longest-prefix answers for N random
+                                      addresses vs. netaddr-parsed prefixes
+  oracle.py mrt VELL_LPM DUMP         --list vs. `bgpdump -m`: the same
+                                      prefixes, each with the origin AS of
+                                      its first RIB entry
+  oracle.py cidr VELL_LPM TABLE N     which of N random addresses a CIDR list
+                                      covers vs. `grepcidr`
+Exits 1 with the first differences on stderr.
+"""
+import gzip
+import json
+import os
+import random
+import subprocess
+import sys
+import tempfile
+
+import netaddr
+
+
+def read_table(path):
+    """{IPNetwork: data word} of a PREFIX<TAB>ASN or CIDR list (gzip or not)."""
+    opener = gzip.open if open(path, 'rb').read(2) == b'\x1f\x8b' else open
+    table = {}
+    with opener(path, 'rt') as f:
+        for line in f:
+            words = line.split()
+            if not words or line[0] in ';#':
+                continue
+            net = netaddr.IPNetwork(words[0])
+            table.setdefault(net, int(words[1]) if len(words) > 1 else 0)
+    return table
+
+
+def sample(table, n, rng):
+    """n addresses: half inside a random stored prefix, half uniform."""
+    nets = sorted(table, key=lambda x: (x.version, x.value, x.prefixlen))
+    out = []
+    for i in range(n):
+        if i % 2:
+            net = rng.choice(nets)
+            host = rng.getrandbits(net.size.bit_length() - 1 or 1) % net.size
+            out.append(netaddr.IPAddress(net.value + host, net.version))
+        else:
+            version = rng.choice([net.version for net in nets[:1] + nets[-1:]])
+            out.append(netaddr.IPAddress(
+                rng.getrandbits(32 if version == 4 else 128), version))
+    return out
+
+
+def longest(by_len, addr):
+    bits = 32 if addr.version == 4 else 128
+    for length in range(bits, -1, -1):
+        net = netaddr.IPNetwork((addr.value >> (bits - length) << (bits - length),
+                                 length), version=addr.version)
+        if net in by_len.get((addr.version, length), ()):
+            return net
+    return None
+
+
+def run(args, stdin=''):
+    return subprocess.run(args, input=stdin, capture_output=True, text=True,
+                          check=True).stdout
+
+
+def differences(name, want, got):
+    missing, extra = want - got, got - want
+    for what, items in (('expected but not given', missing),
+                        ('given but not expected', extra)):
+        for item in sorted(items, key=str)[:5]:
+            print('%s: %s: %s' % (name, what, item), file=sys.stderr)
+    return len(missing) + len(extra)
+
+
+def check_lookup(tool, path, n):
+    table = read_table(path)
+    by_len = {}
+    for net in table:
+        by_len.setdefault((net.version, net.prefixlen), set()).add(net)
+    addrs = sample(table, n, random.Random(1))
+    # Every third address as a decimal integer, as batch jobs write them.
+    lines = [str(a.value) if i % 3 == 0 else str(a) for i, a in enumerate(addrs)]
+    answers = [json.loads(l) for l in
+               run([tool, '-t', path, '--stdin', '--json'],
+                   '\n'.join(lines) + '\n').splitlines()]
+    want, got = set(), set()
+    for addr, ans in zip(addrs, answers):
+        net = longest(by_len, addr)
+        want.add((str(addr), str(net) if net else None,
+                  table[net] if net else None))
+        prefix = ans['prefix'] and str(netaddr.IPNetwork(ans['prefix']))
+        got.add((str(netaddr.IPAddress(ans['address'])), prefix, ans['data']))
+    print('lookup: %d of %d addresses matched' %
+          (sum(1 for a in answers if a['prefix']), len(answers)))
+    if len(answers) != len(addrs):
+        print('lookup: %d answers for %d addresses' % (len(answers), len(addrs)),
+              file=sys.stderr)
+        return 1
+    return differences('lookup', want, got)
+
+
+def check_mrt(tool, path):
+    want = {}
+    for line in run(['bgpdump', '-m', path]).splitlines():
+        f = line.split('|')
+        net = netaddr.IPNetwork(f[5])
+        if net in want:
+            continue  # the first RIB entry names the origin
+        last = f[6].split()[-1] if f[6].split() else '0'
+        want[net] = min(int(x) for x in last.strip('{}').split(','))
+    got = {}
+    for line in run([tool, '-t', path, '--list', '--json']).splitlines():
+        item = json.loads(line)
+        got[netaddr.IPNetwork(item['prefix'])] = item['data']
+    print('mrt: %d prefixes' % len(want))
+    return differences('mrt', set(want.items()), set(got.items()))
+
+
+def check_cidr(tool, path, n):
+    table = read_table(path)
+    addrs = [str(a) for a in sample(table, n, random.Random(2))]
+    with tempfile.TemporaryDirectory() as d:
+        nets, queries = os.path.join(d, 'nets'), os.path.join(d, 'addrs')
+        with open(nets, 'w') as f:
+            f.write('\n'.join(str(net) for net in table) + '\n')
+        # The tool reads the list gzipped, host routes as bare addresses,
+        # with untidy blanks.
+        with gzip.open(nets + '.gz', 'wt') as f:
+            for net in table:
+                bare = net.prefixlen == (32 if net.version == 4 else 128)
+                f.write(' \t%s  \r\n' % (net.ip if bare else net))
+        with open(queries, 'w') as f:
+            f.write('\n'.join(addrs) + '\n')
+        covered = subprocess.run(['grepcidr', '-f', nets, queries],
+                                 capture_output=True, text=True).stdout
+        answers = run([tool, '-t', nets + '.gz', '--stdin'],
+                      '\n'.join(addrs) + '\n')
+    want = set(covered.split())
+    got = {l.split()[0] for l in answers.splitlines() if l.split()[1] != '-'}
+    print('cidr: %d of %d addresses covered' % (len(want), len(addrs)))
+    return differences('cidr', want, got)
+
+
+def main():
+    mode, tool, path = sys.argv[1:4]
+    if mode == 'lookup':
+        bad = check_lookup(tool, path, int(sys.argv[4]))
+    elif mode == 'mrt':
+        bad = check_mrt(tool, path)
+    else:
+        bad = check_cidr(tool, path, int(sys.argv[4]))
+    sys.exit(1 if bad else 0)
+
+
+if __name__ == '__main__':
+    main()
