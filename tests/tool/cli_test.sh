@@ -32,7 +32,8 @@ expect() {
 expect answers-only 0 "10.1.2.3 3 10.1.0.0/16
 2002::1 - -
 10.0.0.1 2 10.0.0.0/8" "" -- -t "$routes" 10.1.2.3 2002::1 167772161
-"$tool" -t "$routes" 10.1.2.3 2>&1 >/dev/null | grep -q "IPv4: 4 prefixes" ||
+"$tool" -t "$routes" 10.1.2.3 2>"$tmp/err" >/dev/null
+grep -q "IPv4: 4 prefixes" "$tmp/err" ||
   { echo "FAIL status line not on stderr"; failures=$((failures + 1)); }
 
 # JSON answers and report parse as JSON.
