@@ -15,23 +15,14 @@
 
 #include "lpm_formats.h"
 #include "lpm_keys.h"
-#include "lpm_match.h"
 #include "lpm_table.h"
 #include "lpm_text.h"
-#include "lpm_trie.h"
 #include "sc_host_default.h"
 #include "vell_ds_version.h"
+#include "vell_lpm_family.h"
+#include "vell_lpm_options.h"
 
-namespace {
-
-using namespace lpm;
-
-constexpr uint32_t kDefaultFill = 50;
-// Without --root-branch the root gets about one slot per four prefixes, up
-// to 2^16 slots (a 256 KB root, which stays in a core's cache), so that small
-// tables stay small.
-constexpr uint32_t kAutoRootBranch = ~0u, kMaxAutoRootBranch = 16;
-constexpr uint32_t kBulkBatch = 64;
+namespace vell_lpm {
 
 const char kUsage[] =
     "usage: vell-lpm [OPTIONS] [ADDRESS...]\n"
@@ -67,19 +58,6 @@ const char kUsage[] =
     "                        the table's prefixes, half uniformly)\n"
     "  -h, --help            this text\n"
     "      --version         the program's and the library's version\n";
-
-struct Options {
-  std::vector<std::string> tables;
-  uint32_t fill = kDefaultFill;
-  uint32_t root_branch[2] = {kAutoRootBranch, kAutoRootBranch};
-  Format format = Format::automatic;
-  bool stats = false, print = false, list = false, from_stdin = false,
-       json = false;
-  bool by_origin = false;
-  uint32_t origin = 0;
-  uint64_t bench = 0;
-  std::vector<std::string> addresses;
-};
 
 [[noreturn]] void fail(const std::string &msg) {
   fprintf(stderr, "vell-lpm: %s\n", msg.c_str());
@@ -202,232 +180,9 @@ Table load_tables(const Options &o) {
   return table;
 }
 
-// How answers and listings read: the data word, or for a route table the
-// next hop it stands for.
-struct Words {
-  const Table &table;
-  bool json;
+}  // namespace vell_lpm
 
-  bool routes() const { return !table.nexthops.empty(); }
-  const std::string &nexthop(uint32_t data) const {
-    static const std::string unknown = "?";
-    return data >= 1 && data <= table.nexthops.size() ? table.nexthops[data - 1]
-                                                      : unknown;
-  }
-  // One line of --list or --origin.
-  std::string item(const std::string &prefix, uint32_t data) const {
-    if (json)
-      return "{\"prefix\": " + json_string(prefix) +
-             ", \"data\": " + std::to_string(data) +
-             (routes() ? ", \"nexthop\": " + json_string(nexthop(data)) : "") +
-             "}";
-    return prefix + " " + (routes() ? nexthop(data) : std::to_string(data));
-  }
-  // One answer; a null prefix is a miss.
-  std::string answer(const std::string &addr, const std::string *prefix,
-                     uint32_t data) const {
-    if (json) {
-      std::string null = "null";
-      std::string s = "{\"address\": " + json_string(addr) +
-                      ", \"data\": " + (prefix ? std::to_string(data) : null) +
-                      ", \"prefix\": " + (prefix ? json_string(*prefix) : null);
-      if (routes())
-        s += ", \"nexthop\": " + (prefix ? json_string(nexthop(data)) : null);
-      return s + "}";
-    }
-    if (!prefix) return addr + " - -";
-    if (routes()) return addr + " " + *prefix + " " + nexthop(data);
-    return addr + " " + std::to_string(data) + " " + *prefix;
-  }
-};
-
-void put_line(const std::string &line) {
-  fwrite(line.data(), 1, line.size(), stdout);
-  putchar('\n');
-}
-
-// One family's trie, with what the tool knows beside it.
-template <typename Ops>
-struct FamilyTrie {
-  const std::vector<typename Ops::Entry> &entries;
-  const Words &words;
-  typename Ops::Trie *trie = nullptr;
-  double build_seconds = 0;
-  PrefixIndex index;
-  size_t duplicates;  // repeated prefixes dropped before the build
-
-  FamilyTrie(std::vector<typename Ops::Entry> &e, const Options &o,
-             const Words &w)
-      : entries(e),
-        words(w),
-        index(Ops::family, prefixes_of(e)),
-        duplicates(keep_first_of_duplicates<Ops>(e)) {
-    if (e.empty()) return;  // lookups then find nothing
-    // The IPv6 constructor refuses a larger table on the console, where the
-    // refusal would mix with the answers: refuse it here first.
-    if (Ops::family == Family::v6 && e.size() > Ops::kMaxEntries)
-      fail("the IPv6 trie takes at most " + std::to_string(Ops::kMaxEntries) +
-           " prefixes; the tables hold " + std::to_string(e.size()));
-    double t0 = now_seconds();
-    trie = Ops::construct(
-        e.data(), static_cast<uint32_t>(e.size()), o.fill,
-        root_branch(o.root_branch[Ops::family == Family::v6], e.size()));
-    build_seconds = now_seconds() - t0;
-    if (!trie)
-      fail("cannot build the " + std::string(family_name(Ops::family)) +
-           " trie of " + std::to_string(e.size()) +
-           " prefixes; the library reports: " + take_library_diagnostics());
-  }
-  ~FamilyTrie() { Ops::destruct(trie); }
-
-  static uint32_t root_branch(uint32_t chosen, size_t n) {
-    if (chosen != kAutoRootBranch) return chosen;
-    uint32_t log2 = static_cast<uint32_t>(std::bit_width(n)) - 1;
-    return std::min(
-        {log2 > 2 ? log2 - 2 : 0, kMaxAutoRootBranch, Ops::kMaxRootBranch});
-  }
-
-  static std::vector<Prefix> prefixes_of(
-      const std::vector<typename Ops::Entry> &e) {
-    std::vector<Prefix> p;
-    p.reserve(e.size());
-    for (const auto &x : e)
-      p.push_back({Ops::entry_addr(x), Ops::entry_len(x)});
-    return p;
-  }
-
-  static std::string prefix_text(const Addr &a, unsigned len) {
-    return format_addr(Ops::family, a) + "/" + std::to_string(len);
-  }
-
-  // Counts, build time and ignored duplicates, on stderr.
-  void status() const {
-    const char *name = family_name(Ops::family);
-    if (!trie) {
-      fprintf(stderr, "vell-lpm: %s: no prefixes\n", name);
-      return;
-    }
-    fprintf(stderr,
-            "vell-lpm: %s: %zu prefixes, trie built in %.1f ms, %u bytes\n",
-            name, entries.size(), build_seconds * 1e3, Ops::memory(trie));
-    if (duplicates)
-      fprintf(stderr,
-              "vell-lpm: %s: %zu repeated prefixes ignored (the first line "
-              "of each counts)\n",
-              name, duplicates);
-  }
-
-  // The same facts as one JSON object.
-  std::string json() const {
-    return std::string("{\"prefixes\": ") + std::to_string(entries.size()) +
-           ", \"duplicates\": " + std::to_string(duplicates) +
-           ", \"build_ms\": " + std::to_string(build_seconds * 1e3) +
-           ", \"bytes\": " + std::to_string(trie ? Ops::memory(trie) : 0) + "}";
-  }
-
-  void report(const Options &o) {
-    if (!trie) return;
-    if (o.stats && !o.json) Ops::print_stats(trie);
-    if (o.print) Ops::print(trie);
-    if (o.list || o.by_origin) list(o);
-    fflush(stdout);
-  }
-
-  // Each stored prefix once, in address order. The iterator delivers an
-  // enclosing prefix with every entry inside it, so its items are deduplicated.
-  void list(const Options &o) {
-    struct Item {
-      Addr addr;
-      unsigned len;
-      uint32_t data;
-      auto operator<=>(const Item &) const = default;
-    };
-    std::vector<Item> items;
-    bool ok = Ops::for_each_item(
-        trie, [&](const Addr &a, unsigned len, uint32_t data) {
-          if (o.list || data == o.origin)
-            items.push_back({mask_to(a, len), len, data});
-        });
-    if (!ok)
-      fail("cannot list the " + std::string(family_name(Ops::family)) +
-           " trie; the library reports: " + take_library_diagnostics());
-    std::sort(items.begin(), items.end());
-    items.erase(std::unique(items.begin(), items.end()), items.end());
-    for (const Item &i : items)
-      put_line(words.item(prefix_text(i.addr, i.len), i.data));
-  }
-
-  void lookup(const Addr &addr) const {
-    Prefix match;
-    std::string text = format_addr(Ops::family, addr), prefix;
-    bool hit = index.longest(addr, match);
-    if (hit) prefix = prefix_text(match.addr, match.len);
-    uint32_t data = hit ? Ops::lookup(trie, Ops::addr_key(addr)) : 0;
-    put_line(words.answer(text, hit ? &prefix : nullptr, data));
-  }
-
-  // Times n lookups; the result as text lines or as one JSON object.
-  std::string bench(uint64_t n, bool as_json) const {
-    if (!trie) return as_json ? "null" : "";
-    auto keys = draw_keys<Ops>(entries, n);
-    std::vector<uint32_t> single(n), bulk(n);
-    double t0 = now_seconds();
-    for (uint64_t i = 0; i < n; ++i) single[i] = Ops::lookup(trie, keys[i]);
-    double t1 = now_seconds();
-    for (uint64_t i = 0; i < n; i += kBulkBatch)
-      Ops::lookup_bulk(
-          trie, &keys[i], &bulk[i],
-          static_cast<uint32_t>(std::min<uint64_t>(kBulkBatch, n - i)));
-    double t2 = now_seconds();
-    uint64_t hits = 0, differ = 0;
-    for (uint64_t i = 0; i < n; ++i) {
-      hits += single[i] != 0;
-      differ += single[i] != bulk[i];
-    }
-    if (differ) fail(std::to_string(differ) + " bulk results differ");
-    double m = Ops::memory(trie), nd = static_cast<double>(n);
-    double matched = 100.0 * static_cast<double>(hits) / nd;
-    double single_rate = nd / (t1 - t0) / 1e6, bulk_rate = nd / (t2 - t1) / 1e6;
-    double per_prefix = m / static_cast<double>(entries.size());
-    char buf[640];
-    if (as_json)
-      snprintf(buf, sizeof buf,
-               "{\"lookups\": %llu, \"matched_pct\": %.1f, \"build_ms\": "
-               "%.1f, \"bytes\": %.0f, \"bytes_per_prefix\": %.1f, "
-               "\"single_mps\": %.2f, \"bulk_mps\": %.2f, \"bulk_batch\": %u}",
-               static_cast<unsigned long long>(n), matched, build_seconds * 1e3,
-               m, per_prefix, single_rate, bulk_rate, kBulkBatch);
-    else
-      snprintf(buf, sizeof buf,
-               "%s bench: %llu lookups (half within the table's prefixes, "
-               "half uniform), %.1f%% matched\n"
-               "  build %.1f ms, memory %.0f B (%.2f MB, %.1f B per prefix)\n"
-               "  single lookups %.2f M/s, bulk lookups (batches of %u) %.2f "
-               "M/s\n",
-               family_name(Ops::family), static_cast<unsigned long long>(n),
-               matched, build_seconds * 1e3, m, m / 1048576.0, per_prefix,
-               single_rate, kBulkBatch, bulk_rate);
-    return buf;
-  }
-};
-
-// The --stats and --bench reports as one JSON document.
-template <typename V4, typename V6>
-void json_report(const Options &o, const V4 &v4, const V6 &v6) {
-  std::string doc = "{";
-  auto family = [&](const char *name, const auto &f) {
-    doc += std::string(doc.size() > 1 ? ", " : "") + json_string(name) + ": ";
-    std::string facts = f.json();
-    if (o.bench)
-      facts.insert(facts.size() - 1, ", \"bench\": " + f.bench(o.bench, true));
-    doc += facts;
-  };
-  family("IPv4", v4);
-  family("IPv6", v6);
-  put_line(doc + "}");
-}
-
-}  // namespace
+using namespace vell_lpm;
 
 int main(int argc, char **argv) {
   Options o = parse_options(argc, argv);

@@ -92,6 +92,12 @@ expect ip-route 0 "10.2.0.1 10.2.0.0/16 via 10.0.0.2 dev eth1, via 10.0.0.3 dev 
 8.8.8.8 0.0.0.0/0 via 192.0.2.1 dev eth0" "" \
   -- -t "$src/tests/tool/samples/ip-route.txt" 10.2.0.1 10.9.1.1 8.8.8.8
 
+# A stored 0 and a stored 4294967295 are answers, a miss is a miss.
+printf '10.0.0.0/8 0\n11.0.0.0/8 4294967295\n' >"$tmp/zero"
+expect stored-zero 0 "10.1.1.1 0 10.0.0.0/8
+11.1.1.1 4294967295 11.0.0.0/8
+12.1.1.1 - -" "" -- -t "$tmp/zero" 10.1.1.1 11.1.1.1 12.1.1.1
+
 # --origin lists what an AS originates, once each.
 printf '10.0.0.0/8 7\n10.1.0.0/16 8\n10.2.0.0/16 7\n10.2.1.0/24 7\n' >"$tmp/o"
 expect origin 0 "10.0.0.0/8 7

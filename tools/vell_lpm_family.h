@@ -1,0 +1,275 @@
+// vell-lpm's per-family state: the trie and the forwarding table compiled
+// from it, with the prefix index that names matches, and what the tool
+// prints about them.
+#pragma once
+
+#include <stdio.h>
+
+#include <algorithm>
+#include <bit>
+#include <string>
+#include <vector>
+
+#include "lpm_keys.h"
+#include "lpm_match.h"
+#include "lpm_text.h"
+#include "lpm_trie.h"
+#include "lpm_words.h"
+#include "vell_lpm_options.h"
+
+namespace vell_lpm {
+
+using namespace lpm;
+
+inline void put_line(const std::string &line) {
+  fwrite(line.data(), 1, line.size(), stdout);
+  putchar('\n');
+}
+
+// One family's trie and the forwarding table compiled from it, which
+// answers the lookups, with what the tool knows beside them.
+template <typename Ops>
+struct FamilyTrie {
+  const std::vector<typename Ops::Entry> &entries;
+  const Words &words;
+  typename Ops::Trie *trie = nullptr;
+  typename Ops::Fib *fib = nullptr;
+  uint32_t miss = 0;  // the fib's answer where no prefix matches
+  double build_seconds = 0, fib_seconds = 0;
+  PrefixIndex index;
+  size_t duplicates;  // repeated prefixes dropped before the build
+
+  FamilyTrie(std::vector<typename Ops::Entry> &e, const Options &o,
+             const Words &w)
+      : entries(e),
+        words(w),
+        index(Ops::family, prefixes_of(e)),
+        duplicates(keep_first_of_duplicates<Ops>(e)) {
+    if (e.empty()) return;  // lookups then find nothing
+    // The IPv6 constructor refuses a larger table on the console, where the
+    // refusal would mix with the answers: refuse it here first.
+    if (Ops::family == Family::v6 && e.size() > Ops::kMaxEntries)
+      fail("the IPv6 trie takes at most " + std::to_string(Ops::kMaxEntries) +
+           " prefixes; the tables hold " + std::to_string(e.size()));
+    double t0 = now_seconds();
+    trie = Ops::construct(
+        e.data(), static_cast<uint32_t>(e.size()), o.fill,
+        root_branch(o.root_branch[Ops::family == Family::v6], e.size()));
+    build_seconds = now_seconds() - t0;
+    if (!trie)
+      fail("cannot build the " + std::string(family_name(Ops::family)) +
+           " trie of " + std::to_string(e.size()) +
+           " prefixes; the library reports: " + take_library_diagnostics());
+    miss = unused_word(e);
+    t0 = now_seconds();
+    fib = Ops::fib_construct(trie, miss);
+    fib_seconds = now_seconds() - t0;
+    if (!fib)
+      fail("cannot compile the " + std::string(family_name(Ops::family)) +
+           " forwarding table; the library reports: " +
+           take_library_diagnostics());
+  }
+  ~FamilyTrie() {
+    Ops::fib_destruct(fib);
+    Ops::destruct(trie);
+  }
+
+  // A data word no entry holds, so that a miss never reads as a stored
+  // word: the largest such.
+  static uint32_t unused_word(const std::vector<typename Ops::Entry> &e) {
+    std::vector<uint32_t> used;
+    used.reserve(e.size());
+    for (const auto &x : e) used.push_back(x.data);
+    std::sort(used.begin(), used.end(), std::greater<>());
+    uint32_t word = UINT32_MAX;
+    for (uint32_t u : used) {
+      if (u < word) break;
+      if (u == word) --word;
+    }
+    return word;
+  }
+
+  static uint32_t root_branch(uint32_t chosen, size_t n) {
+    if (chosen != kAutoRootBranch) return chosen;
+    uint32_t log2 = static_cast<uint32_t>(std::bit_width(n)) - 1;
+    return std::min(
+        {log2 > 2 ? log2 - 2 : 0, kMaxAutoRootBranch, Ops::kMaxRootBranch});
+  }
+
+  static std::vector<Prefix> prefixes_of(
+      const std::vector<typename Ops::Entry> &e) {
+    std::vector<Prefix> p;
+    p.reserve(e.size());
+    for (const auto &x : e)
+      p.push_back({Ops::entry_addr(x), Ops::entry_len(x)});
+    return p;
+  }
+
+  static std::string prefix_text(const Addr &a, unsigned len) {
+    return format_addr(Ops::family, a) + "/" + std::to_string(len);
+  }
+
+  // Counts, build time and ignored duplicates, on stderr.
+  void status() const {
+    const char *name = family_name(Ops::family);
+    if (!trie) {
+      fprintf(stderr, "vell-lpm: %s: no prefixes\n", name);
+      return;
+    }
+    fprintf(stderr,
+            "vell-lpm: %s: %zu prefixes, trie built in %.1f ms, %u bytes; "
+            "forwarding table compiled in %.1f ms, %u bytes\n",
+            name, entries.size(), build_seconds * 1e3, Ops::memory(trie),
+            fib_seconds * 1e3, Ops::fib_memory(fib));
+    if (duplicates)
+      fprintf(stderr,
+              "vell-lpm: %s: %zu repeated prefixes ignored (the first line "
+              "of each counts)\n",
+              name, duplicates);
+  }
+
+  // The same facts as one JSON object.
+  std::string json() const {
+    return std::string("{\"prefixes\": ") + std::to_string(entries.size()) +
+           ", \"duplicates\": " + std::to_string(duplicates) +
+           ", \"build_ms\": " + std::to_string(build_seconds * 1e3) +
+           ", \"bytes\": " + std::to_string(trie ? Ops::memory(trie) : 0) +
+           ", \"fib_build_ms\": " + std::to_string(fib_seconds * 1e3) +
+           ", \"fib_bytes\": " +
+           std::to_string(fib ? Ops::fib_memory(fib) : 0) + "}";
+  }
+
+  void report(const Options &o) {
+    if (!trie) return;
+    if (o.stats && !o.json) Ops::print_stats(trie);
+    if (o.print) Ops::print(trie);
+    if (o.list || o.by_origin) list(o);
+    fflush(stdout);
+  }
+
+  // Each stored prefix once, in address order. The iterator delivers an
+  // enclosing prefix with every entry inside it, so its items are deduplicated.
+  void list(const Options &o) {
+    struct Item {
+      Addr addr;
+      unsigned len;
+      uint32_t data;
+      auto operator<=>(const Item &) const = default;
+    };
+    std::vector<Item> items;
+    bool ok = Ops::for_each_item(
+        trie, [&](const Addr &a, unsigned len, uint32_t data) {
+          if (o.list || data == o.origin)
+            items.push_back({mask_to(a, len), len, data});
+        });
+    if (!ok)
+      fail("cannot list the " + std::string(family_name(Ops::family)) +
+           " trie; the library reports: " + take_library_diagnostics());
+    std::sort(items.begin(), items.end());
+    items.erase(std::unique(items.begin(), items.end()), items.end());
+    for (const Item &i : items)
+      put_line(words.item(prefix_text(i.addr, i.len), i.data));
+  }
+
+  // Answered by the forwarding table; the index names the matching prefix.
+  void lookup(const Addr &addr) const {
+    uint32_t data = fib ? Ops::fib_lookup(fib, Ops::addr_key(addr)) : miss;
+    Prefix match;
+    std::string prefix;
+    bool hit = data != miss;
+    if (hit != index.longest(addr, match))
+      fail("the forwarding table and the prefix index disagree on " +
+           format_addr(Ops::family, addr));
+    if (hit) prefix = prefix_text(match.addr, match.len);
+    put_line(words.answer(format_addr(Ops::family, addr),
+                          hit ? &prefix : nullptr, data));
+  }
+
+  // Times n lookups of the trie and of the forwarding table, single and in
+  // batches, on the same keys, checking that all four agree (a trie answers
+  // 0 where the table answers its miss word). The result as text lines or
+  // as one JSON object.
+  std::string bench(uint64_t n, bool as_json) const {
+    if (!trie) return as_json ? "null" : "";
+    auto keys = draw_keys<Ops>(entries, n);
+    struct Rates {
+      double single, bulk;
+    };
+    std::vector<uint32_t> single(n), bulk(n), want(n);
+    uint64_t differ = 0, hits = 0;
+    auto time = [&](auto one, auto batch) {
+      double t0 = now_seconds();
+      for (uint64_t i = 0; i < n; ++i) single[i] = one(keys[i]);
+      double t1 = now_seconds();
+      for (uint64_t i = 0; i < n; i += kBulkBatch)
+        batch(&keys[i], &bulk[i],
+              static_cast<uint32_t>(std::min<uint64_t>(kBulkBatch, n - i)));
+      double t2 = now_seconds();
+      for (uint64_t i = 0; i < n; ++i)
+        differ += single[i] != bulk[i] || single[i] != want[i];
+      double nd = static_cast<double>(n);
+      return Rates{nd / (t1 - t0) / 1e6, nd / (t2 - t1) / 1e6};
+    };
+    for (uint64_t i = 0; i < n; ++i) want[i] = Ops::lookup(trie, keys[i]);
+    Rates t = time([&](const auto &k) { return Ops::lookup(trie, k); },
+                   [&](const auto *k, uint32_t *d, uint32_t m) {
+                     Ops::lookup_bulk(trie, k, d, m);
+                   });
+    for (uint64_t i = 0; i < n; ++i) {
+      want[i] = Ops::fib_lookup(fib, keys[i]);
+      hits += want[i] != miss;
+      differ += (want[i] == miss ? 0 : want[i]) != single[i];
+    }
+    Rates f = time([&](const auto &k) { return Ops::fib_lookup(fib, k); },
+                   [&](const auto *k, uint32_t *d, uint32_t m) {
+                     Ops::fib_lookup_bulk(fib, k, d, m);
+                   });
+    if (differ) fail(std::to_string(differ) + " lookup results differ");
+    double nd = static_cast<double>(n),
+           np = static_cast<double>(entries.size());
+    double tm = Ops::memory(trie), fm = Ops::fib_memory(fib);
+    double matched = 100.0 * static_cast<double>(hits) / nd;
+    char buf[1024];
+    if (as_json)
+      snprintf(buf, sizeof buf,
+               "{\"lookups\": %llu, \"matched_pct\": %.1f, \"bulk_batch\": "
+               "%u, \"trie\": {\"build_ms\": %.1f, \"bytes\": %.0f, "
+               "\"single_mps\": %.2f, \"bulk_mps\": %.2f}, \"fib\": "
+               "{\"build_ms\": %.1f, \"bytes\": %.0f, \"single_mps\": %.2f, "
+               "\"bulk_mps\": %.2f}}",
+               static_cast<unsigned long long>(n), matched, kBulkBatch,
+               build_seconds * 1e3, tm, t.single, t.bulk, fib_seconds * 1e3, fm,
+               f.single, f.bulk);
+    else
+      snprintf(buf, sizeof buf,
+               "%s bench: %llu lookups (half within the table's prefixes, "
+               "half uniform), %.1f%% matched; bulk in batches of %u\n"
+               "  trie: build %7.1f ms, memory %6.2f MB (%4.1f B per prefix), "
+               "single %6.2f M/s, bulk %6.2f M/s\n"
+               "  fib:  build %7.1f ms, memory %6.2f MB (%4.1f B per prefix), "
+               "single %6.2f M/s, bulk %6.2f M/s\n",
+               family_name(Ops::family), static_cast<unsigned long long>(n),
+               matched, kBulkBatch, build_seconds * 1e3, tm / 1048576.0,
+               tm / np, t.single, t.bulk, fib_seconds * 1e3, fm / 1048576.0,
+               fm / np, f.single, f.bulk);
+    return buf;
+  }
+};
+
+// The --stats and --bench reports as one JSON document.
+template <typename V4, typename V6>
+void json_report(const Options &o, const V4 &v4, const V6 &v6) {
+  std::string doc = "{";
+  auto family = [&](const char *name, const auto &f) {
+    doc += std::string(doc.size() > 1 ? ", " : "") + json_string(name) + ": ";
+    std::string facts = f.json();
+    if (o.bench)
+      facts.insert(facts.size() - 1, ", \"bench\": " + f.bench(o.bench, true));
+    doc += facts;
+  };
+  family("IPv4", v4);
+  family("IPv6", v6);
+  put_line(doc + "}");
+}
+
+}  // namespace vell_lpm

@@ -1,0 +1,42 @@
+// vell-lpm's command line, and the two ways it ends on bad input.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "lpm_formats.h"
+
+namespace vell_lpm {
+
+using lpm::Format;
+
+constexpr uint32_t kDefaultFill = 50;
+// Without --root-branch the root gets about one slot per four prefixes, up
+// to 2^16 slots (a 256 KB root, which stays in a core's cache), so that small
+// tables stay small.
+constexpr uint32_t kAutoRootBranch = ~0u, kMaxAutoRootBranch = 16;
+constexpr uint32_t kBulkBatch = 64;
+
+struct Options {
+  std::vector<std::string> tables;
+  uint32_t fill = kDefaultFill;
+  uint32_t root_branch[2] = {kAutoRootBranch, kAutoRootBranch};
+  Format format = Format::automatic;
+  bool stats = false, print = false, list = false, from_stdin = false,
+       json = false;
+  bool by_origin = false;
+  uint32_t origin = 0;
+  uint64_t bench = 0;
+  std::vector<std::string> addresses;
+};
+
+Options parse_options(int argc, char **argv);
+
+// Prints "vell-lpm: MSG" on stderr and exits with status 1.
+[[noreturn]] void fail(const std::string &msg);
+// The library's diagnostics since the last call, joined on one line.
+std::string take_library_diagnostics();
+
+}  // namespace vell_lpm
