@@ -48,6 +48,22 @@ struct Codec {
 // zlib and libbz2 count in 32-bit units: feed at most this much per call.
 constexpr size_t kChunk = size_t{1} << 30;
 
+// Points a zlib or libbz2 stream (the same four fields) at the buffers,
+// runs one decompression call and moves the buffers past what it used.
+template <typename Stream, typename Call>
+int run_call(Stream &s, const char *&in, size_t &in_left, char *&out,
+             size_t &out_left, Call call) {
+  s.next_in = reinterpret_cast<decltype(s.next_in)>(const_cast<char *>(in));
+  s.avail_in = static_cast<decltype(s.avail_in)>(std::min(in_left, kChunk));
+  s.next_out = reinterpret_cast<decltype(s.next_out)>(out);
+  s.avail_out = static_cast<decltype(s.avail_out)>(std::min(out_left, kChunk));
+  size_t in0 = s.avail_in, out0 = s.avail_out;
+  int r = call();
+  in += in0 - s.avail_in, in_left -= in0 - s.avail_in;
+  out += out0 - s.avail_out, out_left -= out0 - s.avail_out;
+  return r;
+}
+
 #ifdef VELL_LPM_ZLIB
 struct Gzip final : Codec {
   z_stream z{};
@@ -62,14 +78,8 @@ struct Gzip final : Codec {
   }
   Step step(const char *&in, size_t &in_left, char *&out,
             size_t &out_left) override {
-    z.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(in));
-    z.avail_in = static_cast<uInt>(std::min(in_left, kChunk));
-    z.next_out = reinterpret_cast<Bytef *>(out);
-    z.avail_out = static_cast<uInt>(std::min(out_left, kChunk));
-    uInt in0 = z.avail_in, out0 = z.avail_out;
-    int r = inflate(&z, Z_NO_FLUSH);
-    in += in0 - z.avail_in, in_left -= in0 - z.avail_in;
-    out += out0 - z.avail_out, out_left -= out0 - z.avail_out;
+    int r = run_call(z, in, in_left, out, out_left,
+                     [&] { return inflate(&z, Z_NO_FLUSH); });
     if (r == Z_STREAM_END) return Step::end;
     return r == Z_OK || r == Z_BUF_ERROR ? Step::more : Step::corrupt;
   }
@@ -91,14 +101,8 @@ struct Bzip2 final : Codec {
   }
   Step step(const char *&in, size_t &in_left, char *&out,
             size_t &out_left) override {
-    b.next_in = const_cast<char *>(in);
-    b.avail_in = static_cast<unsigned>(std::min(in_left, kChunk));
-    b.next_out = out;
-    b.avail_out = static_cast<unsigned>(std::min(out_left, kChunk));
-    unsigned in0 = b.avail_in, out0 = b.avail_out;
-    int r = BZ2_bzDecompress(&b);
-    in += in0 - b.avail_in, in_left -= in0 - b.avail_in;
-    out += out0 - b.avail_out, out_left -= out0 - b.avail_out;
+    int r = run_call(b, in, in_left, out, out_left,
+                     [&] { return BZ2_bzDecompress(&b); });
     if (r == BZ_STREAM_END) return Step::end;
     return r == BZ_OK ? Step::more : Step::corrupt;
   }
