@@ -82,8 +82,9 @@ class Parser {
         return fail("member name expected in a JSON object");
       if (!string(key)) return false;
       if (!eat(':')) return fail("':' expected after a JSON member name");
-      v.members.emplace_back(std::move(key), Json{});
-      if (!value(v.members.back().second, depth + 1)) return false;
+      v.keys.push_back(std::move(key));
+      v.items.emplace_back();
+      if (!value(v.items.back(), depth + 1)) return false;
     } while (eat(','));
     return eat('}') || fail("',' or '}' expected in a JSON object");
   }
@@ -141,8 +142,9 @@ class Parser {
 }  // namespace
 
 const Json *Json::get(std::string_view key) const {
-  for (const auto &[k, v] : members)
-    if (k == key) return &v;
+  if (kind != Kind::object) return nullptr;
+  for (size_t i = 0; i < keys.size(); ++i)
+    if (keys[i] == key) return &items[i];
   return nullptr;
 }
 

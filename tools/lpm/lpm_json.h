@@ -7,7 +7,6 @@
 
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace lpm {
@@ -17,8 +16,8 @@ struct Json {
   Kind kind = Kind::null;
   std::string
       text;  // a string's value (unescaped), a number's or literal's text
-  std::vector<Json> items;                            // array
-  std::vector<std::pair<std::string, Json>> members;  // object
+  std::vector<Json> items;        // an array's values, an object's values
+  std::vector<std::string> keys;  // an object's member names, by item
   size_t offset = 0;
 
   // The member named `key` of an object, or null.
