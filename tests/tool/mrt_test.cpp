@@ -11,7 +11,7 @@ using namespace lpm;
 // Builders for MRT records, big-endian as on the wire.
 struct Bytes {
   std::string b;
-  Bytes &n(uint32_t v, unsigned width) {
+  Bytes &n(uint64_t v, unsigned width) {
     for (unsigned i = width; i-- > 0;) b += static_cast<char>(v >> (8 * i));
     return *this;
   }
