@@ -98,6 +98,11 @@ expect stored-zero 0 "10.1.1.1 0 10.0.0.0/8
 11.1.1.1 4294967295 11.0.0.0/8
 12.1.1.1 - -" "" -- -t "$tmp/zero" 10.1.1.1 11.1.1.1 12.1.1.1
 
+# Compressed tables from stdin, told by their magic bytes.
+gzip -c "$routes" >"$tmp/in"
+input=$tmp/in expect gzip-stdin 0 "10.1.2.3 3 10.1.0.0/16" "" -- -t - 10.1.2.3
+input=
+
 # --origin lists what an AS originates, once each.
 printf '10.0.0.0/8 7\n10.1.0.0/16 8\n10.2.0.0/16 7\n10.2.1.0/24 7\n' >"$tmp/o"
 expect origin 0 "10.0.0.0/8 7

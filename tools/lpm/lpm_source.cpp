@@ -18,11 +18,14 @@
 namespace lpm {
 namespace {
 
-// Read everything up to the end of file; false with errno set on a read error.
-bool read_all(int fd, std::string &out) {
+// Read everything up to the end of file, into a buffer of `expected` bytes
+// to start with (a regular file's size) that grows as needed; false with
+// errno set on a read error.
+bool read_all(int fd, size_t expected, std::string &out) {
   size_t used = 0;
+  out.resize(expected + 1);
   for (;;) {
-    if (out.size() - used < 65536)
+    if (out.size() == used)
       out.resize(std::max<size_t>(out.size() * 2, 1 << 20));
     ssize_t n = read(fd, out.data() + used, out.size() - used);
     if (n < 0 && errno == EINTR) continue;
@@ -221,13 +224,14 @@ bool read_source(const std::string &path, Source &out, std::string &error) {
     return fail(strerror(errno));
   }
   struct stat st;
-  if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode))
-    return fail("is a directory, not a table file");
-  if (!read_all(fd, out.bytes))
+  if (fstat(fd, &st) != 0) st.st_mode = 0;
+  if (S_ISDIR(st.st_mode)) return fail("is a directory, not a table file");
+  size_t expected = S_ISREG(st.st_mode) ? static_cast<size_t>(st.st_size) : 0;
+  if (!read_all(fd, expected, out.bytes))
     return fail(std::string("read error: ") + strerror(errno));
   if (fd > 0) close(fd);
   fd = -1;
-  // At most 4 GB unpacked on 64-bit hosts, half the address space on 32-bit.
+  // At most 4 GB unpacked on 64-bit hosts, 1 GB on 32-bit ones.
   constexpr size_t limit =
       sizeof(size_t) > 4 ? size_t{1} << 32 : size_t{1} << 30;
   return unpack(out.name, out.bytes, out.warning, error, limit);
