@@ -136,6 +136,9 @@ Options parse_options(int argc, char **argv) {
   if (o.tables.empty()) o.tables = default_tables();
   if (o.tables.empty()) fail("no table given (see --help)");
   if (o.json && o.print) fail("--print has no JSON form; drop --json");
+  if (o.from_stdin &&
+      std::find(o.tables.begin(), o.tables.end(), "-") != o.tables.end())
+    fail("--stdin and '-t -' cannot both read stdin");
   return o;
 }
 

@@ -62,6 +62,8 @@ printf '10.1.2.3\n10.0.0.0/8 1\n\n2002::1\n' >"$tmp/in"
 input=$tmp/in expect bad-stdin-line 1 "10.1.2.3 3 10.1.0.0/16
 2002::1 - -" "vell-lpm: <stdin>:2: bad address '10.0.0.0/8 1'" \
   -- -t "$routes" --stdin
+expect stdin-twice 1 "" "vell-lpm: --stdin and '-t -' cannot both read stdin" \
+  -- -t - --stdin
 expect bad-arg 1 "" "vell-lpm: bad address '\\x1b[2J'" -- -t "$routes" $'\e[2J'
 
 # Directories, missing and unreadable files each say so.
