@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "lpm_formats.h"
 #include "lpm_keys.h"
 #include "lpm_table.h"
 #include "lpm_trie.h"
@@ -18,16 +19,14 @@ int main(int argc, char **argv) {
   std::vector<std::string> names(argv + 1, argv + argc);
   if (names.empty()) names = default_tables();
   Table table;
-  for (const std::string &name : names) {
-    FILE *in = fopen(name.c_str(), "r");
-    std::string error;
-    if (!in || !load_table(in, name, table, error)) {
-      fprintf(stderr, "check_fib_exhaustive: %s\n",
-              in ? error.c_str() : (name + ": cannot open").c_str());
-      return 1;
-    }
-    fclose(in);
+  std::string error;
+  std::vector<std::string> warnings;
+  if (!load_files(names, table, error, warnings)) {
+    fprintf(stderr, "check_fib_exhaustive: %s\n", error.c_str());
+    return 1;
   }
+  for (const std::string &w : warnings)
+    fprintf(stderr, "check_fib_exhaustive: warning: %s\n", w.c_str());
   keep_first_of_duplicates<Ops4>(table.v4);
   Ops4::Trie *t = Ops4::construct(
       table.v4.data(), static_cast<uint32_t>(table.v4.size()), 50, 16);

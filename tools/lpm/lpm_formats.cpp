@@ -62,4 +62,15 @@ bool load_source(const Source &src, Format format, Table &table,
   return ok;
 }
 
+bool load_files(const std::vector<std::string> &paths, Table &table,
+                std::string &error, std::vector<std::string> &warnings) {
+  for (const std::string &path : paths) {
+    Source src;
+    if (!read_source(path, src, error) ||
+        !load_source(src, Format::automatic, table, error, warnings))
+      return false;
+  }
+  return true;
+}
+
 }  // namespace lpm

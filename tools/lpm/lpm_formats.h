@@ -25,4 +25,9 @@ const char *format_name(Format f);
 bool load_source(const Source &src, Format format, Table &table,
                  std::string &error, std::vector<std::string> &warnings);
 
+// Reads each file (read_source, then load_source in the detected format)
+// into `table`; false with the error of the first that fails.
+bool load_files(const std::vector<std::string> &paths, Table &table,
+                std::string &error, std::vector<std::string> &warnings);
+
 }  // namespace lpm
