@@ -105,6 +105,19 @@ gzip -c "$routes" >"$tmp/in"
 input=$tmp/in expect gzip-stdin 0 "10.1.2.3 3 10.1.0.0/16" "" -- -t - 10.1.2.3
 input=
 
+# This machine's own routes, when it has `ip`: the text and the JSON form
+# list the same routes with the same next hops.
+if command -v ip >/dev/null && [ -n "$(ip route 2>/dev/null)" ]; then
+  { ip route; ip -6 route; } >"$tmp/routes.txt" 2>/dev/null
+  ip -j route >"$tmp/r4.json" 2>/dev/null
+  ip -6 -j route >"$tmp/r6.json" 2>/dev/null || echo '[]' >"$tmp/r6.json"
+  "$tool" -t "$tmp/routes.txt" --list >"$tmp/text.list" 2>"$tmp/err" &&
+    "$tool" -t "$tmp/r4.json" -t "$tmp/r6.json" --list >"$tmp/json.list" 2>>"$tmp/err" &&
+    [ -s "$tmp/text.list" ] && cmp -s "$tmp/text.list" "$tmp/json.list" || {
+    echo "FAIL ip route text and JSON:"; cat "$tmp/routes.txt" "$tmp/err"
+    diff "$tmp/text.list" "$tmp/json.list"; failures=$((failures + 1)); }
+fi
+
 # --origin lists what an AS originates, once each.
 printf '10.0.0.0/8 7\n10.1.0.0/16 8\n10.2.0.0/16 7\n10.2.1.0/24 7\n' >"$tmp/o"
 expect origin 0 "10.0.0.0/8 7
