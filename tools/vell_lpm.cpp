@@ -4,6 +4,7 @@
 // half a report behind. Stdout carries only answers and the reports asked
 // for; status and warnings go to stderr.
 #include <errno.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -188,6 +189,10 @@ Table load_tables(const Options &o) {
 using namespace vell_lpm;
 
 int main(int argc, char **argv) {
+  // A reader that closes the pipe early (head, a script) ends the tool
+  // quietly even when the parent left SIGPIPE ignored; other write errors
+  // are reported at the end.
+  signal(SIGPIPE, SIG_DFL);
   Options o = parse_options(argc, argv);
   sc_host_set_diag_handler(on_library_diagnostic);
   struct Query {

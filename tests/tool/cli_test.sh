@@ -77,9 +77,13 @@ if [ -w /dev/full ]; then
   grep -q "^vell-lpm: cannot write the answers: No space left on device$" "$tmp/err" ||
     { echo "FAIL write error message:"; cat "$tmp/err"; failures=$((failures + 1)); }
 fi
-seq 1 200000 | "$tool" -t "$routes" --stdin 2>"$tmp/err" | head -1 >/dev/null
-grep -q "cannot write" "$tmp/err" &&
-  { echo "FAIL closed pipe reported"; failures=$((failures + 1)); }
+for sigpipe in default ignored; do
+  [ $sigpipe = ignored ] && trap '' PIPE
+  seq 1 200000 | "$tool" -t "$routes" --stdin 2>"$tmp/err" | head -1 >/dev/null
+  grep -q "cannot write" "$tmp/err" &&
+    { echo "FAIL closed pipe reported ($sigpipe)"; failures=$((failures + 1)); }
+done
+trap - PIPE
 
 # The library's refusal comes out in the tool's words, not as its raw line.
 awk 'BEGIN { for (i = 0; i <= 2097152; ++i)
