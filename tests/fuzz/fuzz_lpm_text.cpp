@@ -18,8 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   lpm::Table t;
   std::string error;
   std::vector<std::string> warnings;
-  bool ok =
-      lpm::load_source(src, formats[data[0] % 4], t, error, warnings);
+  bool ok = lpm::load_source(src, formats[data[0] % 4], t, error, warnings);
   if (ok == !error.empty()) abort();
   // "f:LINE: " and a reason that quotes little of the input.
   if (!ok && (error.rfind("f:", 0) != 0 || error.size() > 300)) abort();
