@@ -1,4 +1,4 @@
-// vell-lpm's command line, and the two ways it ends on bad input.
+// vell-lpm's command line, and how the tool reports a failure.
 #pragma once
 
 #include <stdint.h>
