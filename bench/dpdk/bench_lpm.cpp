@@ -1,17 +1,24 @@
 // The tries against DPDK's LPM tables, in one process, on the same prefixes
 // and the same keys: build time, memory, single and bulk lookup rates, and
 // the ratios. The tries are measured, and the forwarding tables (fib)
-// compiled from them. Cases: the real address-to-ASN table of both families
-// (the embedded one, or the tables given), and 1M synthetic IPv4 prefixes whose
-// lengths follow a global routing table's mix. Every key's answer is
-// compared between the two libraries.
+// compiled from them. Cases: a real routing table with nested prefixes (the
+// RouteViews IPv4 table of data/pyasn/, about half of its prefixes inside
+// another; --nested FILE for another), the real address-to-ASN table of both
+// families (the embedded one, or the tables given; its ranges split into
+// disjoint prefixes) and 1M synthetic IPv4 prefixes whose lengths follow a
+// global routing table's mix. Every key's answer is compared between the
+// libraries. Progress goes to stderr when it is a terminal; --json FILE
+// also writes every figure as one JSON document.
 //
 // Each library is measured on two key sets: keys drawn uniformly over the
 // address space and keys inside the table's prefixes. With --threads N the
 // lookups run on N threads at once over the same read-only tables.
 //
-//   bench_lpm [--keys N] [--synthetic N] [--threads N] [TABLE...]
+//   bench_lpm [--keys N] [--synthetic N] [--threads N] [--nested FILE]
+//             [--json FILE] [TABLE...]
+#include <errno.h>
 #include <sched.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -30,7 +37,9 @@
 
 #include "lpm_formats.h"
 #include "lpm_keys.h"
+#include "lpm_ranges.h"
 #include "lpm_table.h"
+#include "lpm_text.h"
 #include "lpm_trie.h"
 #ifdef VELL_HAVE_DPDK
 #include "lpm_peer_dpdk.h"
@@ -62,6 +71,52 @@ void place(unsigned i) {
   CPU_ZERO(&one);
   CPU_SET(static_cast<int>(i % sysconf(_SC_NPROCESSORS_ONLN)), &one);
   sched_setaffinity(0, sizeof one, &one);
+}
+
+// Every case's rows, for --json.
+struct Case {
+  std::string title;
+  size_t prefixes;
+  double nested_pct;
+  std::vector<Row> rows;
+};
+std::vector<Case> results;
+
+// A progress line on stderr, overwritten by the next, when stderr is a
+// terminal: the peers' builds take up to a minute. An empty format clears.
+void progress(const char *fmt, ...) {
+  static const bool tty = isatty(STDERR_FILENO);
+  if (!tty) return;
+  va_list ap;
+  va_start(ap, fmt);
+  fputs("\r\033[K", stderr);
+  vfprintf(stderr, fmt, ap);
+  va_end(ap);
+  fflush(stderr);
+}
+
+// The share of prefixes that lie inside another prefix of the table: in
+// address order each prefix follows those that enclose it, which a stack
+// of the enclosing chain tracks.
+template <class Ops>
+double nested_pct(const std::vector<typename Ops::Entry> &in) {
+  std::vector<Prefix> p;
+  for (const auto &e : in) p.push_back({Ops::entry_addr(e), Ops::entry_len(e)});
+  std::sort(p.begin(), p.end(), [](const Prefix &a, const Prefix &b) {
+    return a.addr != b.addr ? a.addr < b.addr : a.len < b.len;
+  });
+  std::vector<Prefix> chain;
+  size_t nested = 0;
+  for (const Prefix &x : p) {
+    while (!chain.empty() &&
+           mask_to(x.addr, chain.back().len) != chain.back().addr)
+      chain.pop_back();
+    nested += !chain.empty();
+    chain.push_back(x);
+  }
+  return p.empty() ? 0
+                   : 100.0 * static_cast<double>(nested) /
+                         static_cast<double>(p.size());
 }
 
 // Best rate over kRuns runs of f(thread), which handles n keys per run on
@@ -157,9 +212,14 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
   Keys uniform = draw_keys<Ops>(in, n_keys, KeyMix::uniform);
   Keys inside = draw_keys<Ops>(in, n_keys, KeyMix::inside);
   std::vector<uint32_t> want_uniform, want_inside;
-  printf("\n%s: %zu prefixes (%zu repeated ones dropped), %zu keys a set\n",
-         title, in.size(), dropped, n_keys);
+  results.push_back({title, in.size(), nested_pct<Ops>(in), {}});
+  Case &c = results.back();
+  printf(
+      "\n%s: %zu prefixes (%zu repeated ones dropped), %.1f%% of them inside "
+      "another, %zu keys a set\n",
+      title, in.size(), dropped, c.nested_pct, n_keys);
   print_header(threads);
+  progress("%s: building the trie and the fib", title);
 
   Row trie{"vell trie", 0, 0, {}, {}}, fib{"vell fib", 0, 0, {}, {}};
   double t0 = now_seconds();
@@ -196,6 +256,8 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
             Ops::lookup_bulk(t, &k[i], &d[i], std::min(kBatch, n - i));
         });
   print_row(trie);
+  c.rows.push_back(trie);
+  progress("%s: timing the fib", title);
   for (auto [r, keys, want] :
        {std::tuple{&fib.uniform, &uniform, &want_uniform},
         std::tuple{&fib.inside, &inside, &want_inside}})
@@ -209,6 +271,7 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
             Ops::fib_lookup_bulk(f, &k[i], &d[i], std::min(kBatch, n - i));
         });
   print_row(fib);
+  c.rows.push_back(fib);
   Ops::fib_destruct(f);
   Ops::destruct(t);
   if (differ) printf("  ANSWERS DIFFER between vell-ds lookups: %zu\n", differ);
@@ -219,6 +282,7 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
   Row theirs{P::kName, 0, 0, {}, {}};
   auto their_uniform = P::convert(uniform), their_inside = P::convert(inside);
   uint64_t before = peer::heap_bytes();
+  progress("%s: building %s (up to a minute)", title, P::kName);
   t0 = now_seconds();
   P p;
   std::string why;
@@ -229,6 +293,7 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
   theirs.build_ms = (now_seconds() - t0) * 1e3;
   theirs.memory_mb =
       static_cast<double>(peer::heap_bytes() - before) / 1048576.0;
+  progress("%s: timing %s", title, P::kName);
   using PK = typename P::Keys;
   differ = 0;
   for (auto [r, keys, want] :
@@ -240,7 +305,9 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
         [&](const PK &k, uint32_t *d, uint32_t n) {
           p.lookup_bulk(k, d, n, kBatch);
         });
+  progress("");
   print_row(theirs);
+  c.rows.push_back(theirs);
   print_ratio(fib, theirs);
   print_ratio(trie, theirs);
   if (differ)
@@ -281,12 +348,71 @@ std::vector<sc_btrie_entry> synthetic4(size_t n) {
   return out;
 }
 
+// Reads the tables into one, saying why not on stderr.
+bool load(const std::vector<std::string> &names, Table &table) {
+  for (const std::string &name : names) {
+    Source src;
+    std::string error;
+    std::vector<std::string> warnings;
+    if (!read_source(name, src, error) ||
+        !load_source(src, Format::automatic, table, error, warnings)) {
+      fprintf(stderr, "bench_lpm: %s\n", error.c_str());
+      return false;
+    }
+    for (const std::string &w : warnings)
+      fprintf(stderr, "bench_lpm: warning: %s\n", w.c_str());
+  }
+  return true;
+}
+
+// Every case's figures as one JSON document, for plots and comparisons
+// across runs.
+bool write_json(const std::string &path, size_t n_keys, unsigned threads) {
+  FILE *f = fopen(path.c_str(), "w");
+  if (!f) {
+    fprintf(stderr, "bench_lpm: %s: %s\n", path.c_str(), strerror(errno));
+    return false;
+  }
+  fprintf(f,
+          "{\"keys\": %zu, \"threads\": %u, \"runs\": %d, \"batch\": %u, "
+          "\"cases\": [",
+          n_keys, threads, kRuns, kBatch);
+  for (size_t i = 0; i < results.size(); ++i) {
+    const Case &c = results[i];
+    fprintf(f,
+            "%s\n {\"title\": %s, \"prefixes\": %zu, \"nested_pct\": %.1f, "
+            "\"rows\": [",
+            i ? "," : "", json_string(c.title).c_str(), c.prefixes,
+            c.nested_pct);
+    for (size_t j = 0; j < c.rows.size(); ++j) {
+      const Row &r = c.rows[j];
+      fprintf(f,
+              "%s\n  {\"library\": %s, \"build_ms\": %.1f, \"memory_mb\": "
+              "%.2f, \"uniform\": {\"single_mps\": %.2f, \"bulk_mps\": "
+              "%.2f}, \"inside\": {\"single_mps\": %.2f, \"bulk_mps\": "
+              "%.2f}}",
+              j ? "," : "", json_string(r.name).c_str(), r.build_ms,
+              r.memory_mb, r.uniform.single, r.uniform.bulk, r.inside.single,
+              r.inside.bulk);
+    }
+    fputs("]}", f);
+  }
+  fputs("\n]}\n", f);
+  bool ok = fflush(f) == 0 && !ferror(f);
+  ok = fclose(f) == 0 && ok;
+  if (!ok)
+    fprintf(stderr, "bench_lpm: %s: cannot write: %s\n", path.c_str(),
+            strerror(errno));
+  return ok;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
   size_t n_keys = 4000000, n_synthetic = 1000000;
   unsigned threads = 1;
   std::vector<std::string> tables;
+  std::string nested = VELL_NESTED_TABLE, json_file;
   for (int i = 1; i < argc; ++i) {
     if (!strcmp(argv[i], "--keys") && i + 1 < argc)
       n_keys = strtoull(argv[++i], nullptr, 10);
@@ -294,29 +420,24 @@ int main(int argc, char **argv) {
       threads = static_cast<unsigned>(strtoul(argv[++i], nullptr, 10));
     else if (!strcmp(argv[i], "--synthetic") && i + 1 < argc)
       n_synthetic = strtoull(argv[++i], nullptr, 10);
+    else if (!strcmp(argv[i], "--nested") && i + 1 < argc)
+      nested = argv[++i];
+    else if (!strcmp(argv[i], "--json") && i + 1 < argc)
+      json_file = argv[++i];
     else if (argv[i][0] == '-') {
       fprintf(stderr,
               "usage: bench_lpm [--keys N] [--synthetic N] [--threads N] "
-              "[TABLE...]\n");
+              "[--nested FILE] [--json FILE] [TABLE...]\n");
       return 2;
     } else {
       tables.push_back(argv[i]);
     }
   }
   if (tables.empty()) tables = default_tables();
-  Table table;
-  for (const std::string &name : tables) {
-    Source src;
-    std::string error;
-    std::vector<std::string> warnings;
-    if (!read_source(name, src, error) ||
-        !load_source(src, Format::automatic, table, error, warnings)) {
-      fprintf(stderr, "bench_lpm: %s\n", error.c_str());
-      return 1;
-    }
-    for (const std::string &w : warnings)
-      fprintf(stderr, "bench_lpm: warning: %s\n", w.c_str());
-  }
+  Table table, nested_table;
+  if (!load(tables, table) ||
+      (!nested.empty() && !load({nested}, nested_table)))
+    return 1;
 
   bool peer_ready = false;
 #ifdef VELL_HAVE_DPDK
@@ -334,12 +455,19 @@ int main(int argc, char **argv) {
       "trie fill %u, root branch %u (IPv4) / %u (IPv6); the fib compiled "
       "from the trie (its build time excludes the trie's)\n",
       kRuns, kBatch, threads, kFill, kRootBranch4, kRootBranch6);
+  if (!nested_table.v4.empty())
+    run_case<Ops4>("IPv4, real routing table (nested prefixes)",
+                   nested_table.v4, n_keys, threads, peer_ready);
   if (!table.v4.empty())
-    run_case<Ops4>("IPv4, real table", table.v4, n_keys, threads, peer_ready);
+    run_case<Ops4>("IPv4, real address-to-ASN table", table.v4, n_keys, threads,
+                   peer_ready);
   if (n_synthetic)
     run_case<Ops4>("IPv4, synthetic table", synthetic4(n_synthetic), n_keys,
                    threads, peer_ready);
   if (!table.v6.empty())
-    run_case<Ops6>("IPv6, real table", table.v6, n_keys, threads, peer_ready);
+    run_case<Ops6>("IPv6, real address-to-ASN table", table.v6, n_keys, threads,
+                   peer_ready);
+  progress("");
+  if (!json_file.empty() && !write_json(json_file, n_keys, threads)) return 1;
   return 0;
 }
