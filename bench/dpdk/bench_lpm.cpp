@@ -350,19 +350,13 @@ std::vector<sc_btrie_entry> synthetic4(size_t n) {
 
 // Reads the tables into one, saying why not on stderr.
 bool load(const std::vector<std::string> &names, Table &table) {
-  for (const std::string &name : names) {
-    Source src;
-    std::string error;
-    std::vector<std::string> warnings;
-    if (!read_source(name, src, error) ||
-        !load_source(src, Format::automatic, table, error, warnings)) {
-      fprintf(stderr, "bench_lpm: %s\n", error.c_str());
-      return false;
-    }
-    for (const std::string &w : warnings)
-      fprintf(stderr, "bench_lpm: warning: %s\n", w.c_str());
-  }
-  return true;
+  std::string error;
+  std::vector<std::string> warnings;
+  bool ok = load_files(names, table, error, warnings);
+  for (const std::string &w : warnings)
+    fprintf(stderr, "bench_lpm: warning: %s\n", w.c_str());
+  if (!ok) fprintf(stderr, "bench_lpm: %s\n", error.c_str());
+  return ok;
 }
 
 // Every case's figures as one JSON document, for plots and comparisons
