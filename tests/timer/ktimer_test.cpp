@@ -93,9 +93,9 @@ TEST_F(Ktimer, FiringOrderAndLimits) {
 }
 
 // A created timer fires in the same poll when the poll has still to reach
-// it: ahead in the list, or behind a timer of its cell still to come. One
-// behind its cell's last timer, or in a bucket the poll has left or has yet
-// to reach that comes back to the front, fires once, at the next poll.
+// it: in a bucket ahead in the list, or behind a timer of its cell still to
+// come. One behind its cell's last timer, or in a bucket the poll has left
+// that comes back to the front, fires once, at the next poll.
 TEST_F(Ktimer, CallbacksCreatingTimers) {
   arm(0, "z");
   arm(2, "2", [&] { arm(0, "new0"); });  // active list 2, 0
@@ -142,10 +142,10 @@ TEST(KtimerAlloc, EveryAllocationFailureIsReportedAndLeavesNothing) {
   EXPECT_EQ(points, 4);
 }
 
-// The dump's exact lines, here from a callback: the markers the poll keeps in
-// the cell, the chain and the active list it walks are not shown. Before
-// the call the fired timer is traced at level 4 with its timeout. Records
-// that are not armed timers are rejected, without a clock read.
+// The dump's exact lines, here from a callback: the fired timer is gone, the
+// rest shown as armed. Before the call the fired timer is traced at level 4
+// with its timeout. Records that are not armed timers are rejected, without
+// a clock read.
 TEST_F(Ktimer, DiagnosticsAndDump) {
   sc_ktimer *d = arm(2, "dump", [&] { sc_ktimers_debug(set_); });
   sc_ktimer *b = sc_ktimer_create(set_, 2, nullptr, nullptr);
@@ -239,6 +239,7 @@ struct Model {
     ASSERT_NE(it, m.pending.end()) << "fired twice or when not armed";
     EXPECT_TRUE(m.due(it->second));
     m.pending.erase(it), ++m.fired;
+    m.check();
     for (int n = m.pick(3); n > 0; n--) m.step();
   }
   // Unless its limit stopped it, a poll fires whatever was due when it
@@ -256,19 +257,35 @@ struct Model {
     fire_all = outer_all, fired = outer_fired, --depth;
   }
   // The set holds exactly the pending timers, each in the cell of its
-  // timeout, each cell in order of expiry.
+  // timeout, each cell in order of expiry; checked from every callback too,
+  // the last timer's included. The active list holds exactly the buckets
+  // with cells, every cell has timers, and every link leads to a live record
+  // of the set that links back.
   void check() {
-    size_t n = 0;
-    for (sc_ktimer_bucket *b = set->active; b; b = b->next)
-      for (sc_ktimer_cell *c = b->cells; c; c = c->next)
+    size_t n = 0, active = 0;
+    ASSERT_EQ(set->active == nullptr, pending.empty());
+    for (sc_ktimer_bucket *b = set->active; b; b = b->next, ++active) {
+      ASSERT_TRUE(b >= set->buckets && b < set->buckets + 128 && b->cells);
+      ASSERT_EQ(b->prev ? b->prev->next : set->active, b);
+      for (sc_ktimer_cell *c = b->cells; c; c = c->next) {
+        ASSERT_TRUE(th::live(c, sizeof *c) && c->head && !c->head->prev);
+        ASSERT_EQ(&set->buckets[c->secs % 128], b);
         for (sc_ktimer *t = c->head; t; t = t->next, ++n) {
+          ASSERT_TRUE(th::live(t, sizeof *t) && t->cell == c &&
+                      t->timers == set);
+          ASSERT_EQ(t->next ? t->next->prev : c->tail, t);
           auto it = pending.find(reinterpret_cast<long>(t->arg));
           ASSERT_TRUE(it != pending.end() && it->second.timer == t);
           const Ref &r = it->second;
           EXPECT_TRUE(r.secs == c->secs && t->expires == r.expires);
           EXPECT_TRUE(!t->prev || t->prev->expires <= t->expires);
         }
-    EXPECT_TRUE(n == pending.size() && clock_reads == reads);
+      }
+    }
+    size_t with_cells = 0;
+    for (auto &b : set->buckets) with_cells += b.cells != nullptr;
+    EXPECT_TRUE(n == pending.size() && active == with_cells &&
+                clock_reads == reads);
   }
 };
 
