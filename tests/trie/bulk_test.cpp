@@ -9,11 +9,13 @@
 
 namespace {
 
+using Families = ::testing::Types<tt::V4, tt::V6>;
+
 using tt::Addr;
 
 template <class F>
 class TrieBulk : public HostTest {};
-TYPED_TEST_SUITE(TrieBulk, tt::Families);
+TYPED_TEST_SUITE(TrieBulk, Families);
 
 // Calls the family's bulk lookup over four-word test addresses.
 template <class F>

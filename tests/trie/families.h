@@ -1,5 +1,6 @@
 // One test-side face for both trie families, so that what they share is
-// tested once over both. Addresses are four words; IPv4 uses the first.
+// tested once over both, by the unit tests and the fuzz targets alike.
+// Addresses are four words; IPv4 uses the first.
 #pragma once
 
 #include <stdint.h>
@@ -11,7 +12,6 @@
 #include <set>
 #include <vector>
 
-#include "gtest/gtest.h"
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
 
@@ -65,8 +65,6 @@ using Addr = std::array<uint32_t, 4>;
   };
 TT_FAMILY(V4, sc_btrie, 1, SC_BTRIE_NO_PREFIX, 31, k[0])
 TT_FAMILY(V6, sc_btrie6, 4, SC_BTRIE6_NO_PREFIX, 15, k.data())
-
-using Families = ::testing::Types<V4, V6>;
 
 inline Addr random_addr(std::mt19937 &rng) {
   return {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()), uint32_t(rng())};
