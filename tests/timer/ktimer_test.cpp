@@ -1,7 +1,6 @@
 // Timer set: firing order, limits, callbacks changing the set under a poll,
 // allocation failures, exact texts, and runs against a reference model.
 #include <stdio.h>
-#include <sys/time.h>
 
 #include <deque>
 #include <functional>
@@ -10,17 +9,7 @@
 
 #include "sc_ktimer.h"
 #include "test_host.h"
-
-static uint32_t clock_now;  // what every gettimeofday call returns
-static long clock_reads;
-
-// The program's own gettimeofday: the library's clock reads bind to it.
-extern "C" int gettimeofday(struct timeval *__restrict tv,
-                            void *__restrict) noexcept {
-  ++clock_reads;
-  *tv = {static_cast<time_t>(clock_now), 999999};  // microseconds ignored
-  return 0;
-}
+#include "timer_model.h"
 
 namespace {
 
@@ -174,128 +163,18 @@ TEST_F(Ktimer, DiagnosticsAndDump) {
   EXPECT_TRUE(clock_reads == reads && bogus.expires == 77);
 }
 
-// The reference: pending timers with timeout, due time and arming order, the
-// clock reads due (one per create, reset, poll and dump) and the polls under
-// way. Callbacks create, cancel, reset, dump and poll again.
-struct Model {
-  static constexpr uint32_t kSecs[] = {0, 1, 2, 3, 129, 130, 257, 5, 133, 600};
-  struct Ref {
-    sc_ktimer *timer;
-    uint32_t secs, expires;
-    long seq;
-  };
-  explicit Model(sc_ktimers *s) : set(s) { current = this; }
-  sc_ktimers *set;
-  std::mt19937 rng;
-  bool fire_all = false;
-  std::map<long, Ref> pending;
-  long next_id = 1, fired = 0, reads = 0, seq = 0, depth = 0;
-  static inline Model *current;
-  uint32_t pick(uint32_t n) { return rng() % n; }
-  bool due(const Ref &r) { return fire_all || clock_now >= r.expires; }
-  void arm(long id, sc_ktimer *t, uint32_t secs) {
-    ASSERT_NE(t, nullptr);
-    pending[id] = {t, secs, clock_now + secs, ++seq};
-    ++reads;
-  }
-  // One random operation; from a callback, no clock step and no poll more
-  // than three deep.
-  void step() {
-    uint32_t what = pick(depth ? 7 : 11), secs = kSecs[pick(10)];
-    auto it = std::next(pending.begin(), pick(pending.size() + 1));
-    if (what < 3 || (what < 5 && it == pending.end())) {
-      arm(next_id, sc_ktimer_create(set, secs, on_fire, (void *)next_id), secs);
-      ++next_id;
-    } else if (what == 3) {
-      ASSERT_EQ(sc_ktimer_cancel(it->second.timer), 0);
-      pending.erase(it);
-    } else if (what == 4) {
-      ASSERT_EQ(sc_ktimer_reset(it->second.timer), 0);
-      arm(it->first, it->second.timer, it->second.secs);
-    } else if (what == 5) {
-      th::clear_output(), sc_ktimers_debug(set), ++reads;
-      // Every bucket shown holds a cell and every cell a timer, even when a
-      // callback has emptied what the poll stands on.
-      const std::string &out = th::console();
-      for (auto [head, child] : {std::pair{"  bucket", "    cell"},
-                                 std::pair{"    cell", "        0"}})
-        for (size_t i = out.find(head); i != std::string::npos;
-             i = out.find(head, i + 1))
-          ASSERT_EQ(out.compare(out.find('\n', i) + 1,
-                                std::string_view(child).size(), child),
-                    0)
-              << out;
-    } else if (what == 6) {
-      if (depth < 3) poll(pick(3), false);
-    } else if (what == 7) {
-      clock_now += pick(3) ? pick(200) : -pick(30);
-    } else {
-      poll(what == 8 ? 0 : int(pick(5)) - 1, what == 10);
-    }
-  }
-  static void on_fire(void *arg) {
-    Model &m = *current;
-    auto it = m.pending.find(reinterpret_cast<long>(arg));
-    ASSERT_NE(it, m.pending.end()) << "fired twice or when not armed";
-    EXPECT_TRUE(m.due(it->second));
-    m.pending.erase(it), ++m.fired;
-    m.check();
-    for (int n = m.pick(3); n > 0; n--) m.step();
-  }
-  // Unless its limit stopped it, a poll fires whatever was due when it
-  // began that no callback cancelled or re-armed.
-  void poll(int limit, bool all) {
-    bool outer_all = fire_all;
-    long outer_fired = fired, start = seq, cap = limit < 0 ? 1 : limit;
-    fire_all = all, fired = 0, ++depth, ++reads;
-    long n = limit || all ? sc_ktimers_poll_ex(set, limit, all)
-                          : sc_ktimers_poll_force(set);
-    EXPECT_TRUE(n == fired && (limit == 0 || n <= cap) &&
-                set->now == clock_now);
-    for (auto &[id, r] : pending)
-      EXPECT_FALSE((limit == 0 || n < cap) && r.seq <= start && due(r)) << id;
-    fire_all = outer_all, fired = outer_fired, --depth;
-  }
-  // The set holds exactly the pending timers, each in the cell of its
-  // timeout, each cell in order of expiry; checked from every callback too,
-  // the last timer's included. The active list holds exactly the buckets
-  // with cells, every cell has timers, and every link leads to a live record
-  // of the set that links back.
-  void check() {
-    size_t n = 0, active = 0;
-    ASSERT_EQ(set->active == nullptr, pending.empty());
-    for (sc_ktimer_bucket *b = set->active; b; b = b->next, ++active) {
-      ASSERT_TRUE(b >= set->buckets && b < set->buckets + 128 && b->cells);
-      ASSERT_EQ(b->prev ? b->prev->next : set->active, b);
-      for (sc_ktimer_cell *c = b->cells; c; c = c->next) {
-        ASSERT_TRUE(th::live(c, sizeof *c) && c->head && !c->head->prev);
-        ASSERT_EQ(&set->buckets[c->secs % 128], b);
-        for (sc_ktimer *t = c->head; t; t = t->next, ++n) {
-          ASSERT_TRUE(th::live(t, sizeof *t) && t->cell == c &&
-                      t->timers == set);
-          ASSERT_EQ(t->next ? t->next->prev : c->tail, t);
-          auto it = pending.find(reinterpret_cast<long>(t->arg));
-          ASSERT_TRUE(it != pending.end() && it->second.timer == t);
-          const Ref &r = it->second;
-          EXPECT_TRUE(r.secs == c->secs && t->expires == r.expires);
-          EXPECT_TRUE(!t->prev || t->prev->expires <= t->expires);
-        }
-      }
-    }
-    size_t with_cells = 0;
-    for (auto &b : set->buckets) with_cells += b.cells != nullptr;
-    EXPECT_TRUE(n == pending.size() && active == with_cells &&
-                clock_reads == reads);
-  }
-};
-
 // Clock steps go both ways, and across 2^32 in the last run. Each run ends
 // with every timer not cancelled firing, once, but the last: the set is
 // destroyed with its timers pending, calling none and leaking nothing.
 TEST_F(Ktimer, MatchesAReferenceMapOfDueTimes) {
-  Model m(set_);
+  std::mt19937 rng;
+  TimerModel m(
+      set_, [&](uint32_t n) { return rng() % n; },
+      [](const char *what, int line) {
+        ADD_FAILURE_AT("timer_model.h", line) << what;
+      });
   for (unsigned seed = 1; seed <= 30 && !HasFailure(); seed++) {
-    m.rng.seed(seed);
+    rng.seed(seed);
     clock_now = seed == 30 ? 0xffffff00u : 1000 * seed;
     for (int i = 0; i < 1000 && !HasFailure(); i++) m.step(), m.check();
     while (seed < 30 && !m.pending.empty() && !HasFailure()) m.poll(0, true);
