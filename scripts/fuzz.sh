@@ -8,6 +8,7 @@
 # prints the path of the input that reproduces it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+bash scripts/setup.sh
 secs=${1:-20}
 shift || true
 dir=build/fuzz
