@@ -39,6 +39,8 @@ using Addr = std::array<uint32_t, 4>;
     static constexpr auto memory = p##_memory_usage;                       \
     static constexpr auto print = p##_print;                               \
     static constexpr auto stats = p##_print_stats;                         \
+    static constexpr auto lpmatch_bulk = p##_lpmatch_bulk;                 \
+    static constexpr auto fib_lookup_bulk = p##_fib_lookup_bulk;           \
     static uint32_t lpmatch(const Trie *t, const Addr &k) {                \
       return p##_lpmatch(t, key);                                          \
     }                                                                      \
@@ -149,6 +151,38 @@ std::vector<typename F::Entry> prefix_set(std::mt19937 &rng, uint32_t n) {
     if (rng() % 8 == 0) add(a, F::kBits);
   }
   return out;
+}
+
+// A bulk call of the family (a trie's lpmatch_bulk, a compiled table's
+// lookup_bulk) over keys[from, from + n), four-word test addresses.
+template <class F, class T, class Call>
+std::vector<uint32_t> bulk(Call call, const T *t, const std::vector<Addr> &keys,
+                           size_t from, size_t n) {
+  std::vector<uint32_t> out(n, 0xDEADBEEF);
+  if constexpr (F::kWords == 1) {
+    std::vector<uint32_t> k;
+    for (size_t i = from; i < from + n; ++i) k.push_back(keys[i][0]);
+    call(t, k.data(), out.data(), uint32_t(n));
+  } else {
+    static_assert(sizeof(Addr) == sizeof(uint32_t[4]));
+    call(t, reinterpret_cast<const uint32_t(*)[4]>(keys.data() + from),
+         out.data(), uint32_t(n));
+  }
+  return out;
+}
+
+template <class F>
+std::vector<uint32_t> lpmatch_bulk(const typename F::Trie *t,
+                                   const std::vector<Addr> &keys, size_t from,
+                                   size_t n) {
+  return bulk<F>(F::lpmatch_bulk, t, keys, from, n);
+}
+
+template <class F>
+std::vector<uint32_t> fib_bulk(const typename F::Fib *f,
+                               const std::vector<Addr> &keys, size_t from,
+                               size_t n) {
+  return bulk<F>(F::fib_lookup_bulk, f, keys, from, n);
 }
 
 }  // namespace tt
