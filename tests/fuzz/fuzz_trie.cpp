@@ -1,6 +1,7 @@
 // Both trie families against a reference model: entry sets with nested
 // prefixes, duplicates, bad lengths and stray address bits, any fill factor
-// and root branch; then single and bulk lookups and the iterator.
+// and root branch; then single and bulk lookups of the trie and of its
+// compiled forwarding table, and the iterator.
 #include <map>
 #include <set>
 #include <string>
@@ -18,13 +19,14 @@ using tt::Addr;
 // Of duplicates the trie keeps one, so any of them is a right answer.
 using Model = std::map<std::pair<Addr, uint32_t>, std::set<uint32_t>>;
 
+// The data words of the longest stored prefix covering key, or null.
 template <class F>
-bool match_ok(const Model &m, const Addr &key, uint32_t got) {
+const std::set<uint32_t> *longest(const Model &m, const Addr &key) {
   for (int len = F::kBits; len >= 0; --len) {
     auto it = m.find({tt::cut<F>(key, len), uint32_t(len)});
-    if (it != m.end()) return it->second.count(got) != 0;
+    if (it != m.end()) return &it->second;
   }
-  return got == 0;
+  return nullptr;
 }
 
 template <class F>
@@ -81,25 +83,31 @@ void run(FuzzedDataProvider &in) {
   }
   FUZZ_CHECK(valid);
 
+  // A compiled table, for some inputs: it answers what the trie answers
+  // where a prefix covers the key and its miss value elsewhere.
+  typename F::Fib *fib = nullptr;
+  uint32_t miss = in.ConsumeBool() ? 0 : in.ConsumeIntegral<uint32_t>();
+  if (in.ConsumeProbability<float>() < 0.05f) {
+    fib = F::fib_construct(sz_ctx, t, miss);
+    FUZZ_CHECK(fib || fuzz::failed());
+  }
   std::vector<Addr> keys;
   for (auto &e : entries) keys.push_back(F::addr(e));
   while (in.remaining_bytes() > 0 && keys.size() < 300)
     keys.push_back(make_addr<F>(in, seen));
-  std::vector<uint32_t> bulk(keys.size());
-  if constexpr (F::kWords == 1) {
-    std::vector<uint32_t> k4;
-    for (auto &k : keys) k4.push_back(k[0]);
-    sc_btrie_lpmatch_bulk(t, k4.data(), bulk.data(), uint32_t(k4.size()));
-  } else {
-    sc_btrie6_lpmatch_bulk(t,
-                           reinterpret_cast<const uint32_t(*)[4]>(keys.data()),
-                           bulk.data(), uint32_t(keys.size()));
-  }
+  auto bulk = tt::lpmatch_bulk<F>(t, keys, 0, keys.size());
+  auto fib_bulk = fib ? tt::fib_bulk<F>(fib, keys, 0, keys.size())
+                      : std::vector<uint32_t>(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) {
     uint32_t got = F::lpmatch(t, keys[i]);
-    FUZZ_CHECK(match_ok<F>(model, keys[i], got));
+    const std::set<uint32_t> *want = longest<F>(model, keys[i]);
+    FUZZ_CHECK(want ? want->count(got) != 0 : got == 0);
     FUZZ_CHECK(bulk[i] == got);
+    if (!fib) continue;
+    uint32_t fib_got = F::fib_lookup(fib, keys[i]);
+    FUZZ_CHECK(fib_got == (want ? got : miss) && fib_bulk[i] == fib_got);
   }
+  F::fib_destruct(fib);
 
   // The iterator delivers the leaf entries (those enclosing no other) in
   // address order, each followed by the prefixes enclosing it, longest
