@@ -19,8 +19,16 @@ void count_destroyed(void *, uint32_t) { ++destroyed; }
 
 #define D(s) (s).data(), uint32_t((s).size())
 
-// Each family's calls under one set of names. find_value returns false when
-// the key is absent.
+// A lookup through a control-side find: the value, or false when absent.
+template <class Find, class T>
+bool found(Find find, T *t, const Bytes &k, Bytes *v) {
+  void *p;
+  uint32_t n;
+  if (find(t, D(k), &p, &n) != 0) return false;
+  return v->assign(static_cast<char *>(p), n), true;
+}
+
+// Each family's calls under one set of names.
 struct Hash {
   static constexpr bool kListOrder = false;
   sc_hash *t;
@@ -29,12 +37,7 @@ struct Hash {
     return sc_hash_insert(t, D(k), D(v)) == 0;
   }
   bool erase(const Bytes &k) { return sc_hash_delete(t, D(k)) == 0; }
-  bool find(const Bytes &k, Bytes *v) {
-    void *p;
-    uint32_t n;
-    if (sc_hash_find(t, D(k), &p, &n) != 0) return false;
-    return v->assign(static_cast<char *>(p), n), true;
-  }
+  bool find(const Bytes &k, Bytes *v) { return found(sc_hash_find, t, k, v); }
 };
 
 struct Ohash {
@@ -49,12 +52,7 @@ struct Ohash {
                                     uint32_t(v.size() - split)) != nullptr;
   }
   bool erase(const Bytes &k) { return sc_ohash_delete(t, D(k)) == 0; }
-  bool find(const Bytes &k, Bytes *v) {
-    void *p;
-    uint32_t n;
-    if (sc_ohash_find(t, D(k), &p, &n) != 0) return false;
-    return v->assign(static_cast<char *>(p), n), true;
-  }
+  bool find(const Bytes &k, Bytes *v) { return found(sc_ohash_find, t, k, v); }
 };
 
 struct Khash {
