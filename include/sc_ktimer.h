@@ -19,16 +19,17 @@
  *   The poll keeps its place off the set, by the order of the active list
  *   when it began and the timeout of the cell it is in.
  * - The poll visits the buckets that were on the active list when it began,
- *   in that order, each once, if it still holds cells when reached. Within a
+ *   in that order, each once, if it holds cells when reached. Within a
  *   bucket it takes the first cell of the chain whose first timer is due and
  *   fires that cell's due timers, then searches the chain again from its
  *   head. The last timer of a cell ends the cell's turn, and the chain's
  *   last cell ends the bucket's. So a timer created or reset by a callback
  *   fires in the same poll when it is due and it is: in a bucket the poll has
- *   still to reach, in a cell of the bucket being polled unless the poll is
- *   in the chain's last cell, or behind a timer of its own cell still to
- *   come. Otherwise, including in a bucket that joins the active list during
- *   the poll, it waits for the next poll.
+ *   still to reach (even one a callback emptied and filled again), in a cell
+ *   of the bucket being polled unless the poll is in the chain's last cell,
+ *   or behind a timer of its own cell still to come. Otherwise, including in
+ *   a bucket that first joins the active list during the poll or one the
+ *   poll has passed that comes back, it waits for the next poll.
  * - Cost: a poll walks the active list and each of its chains once, and
  *   after every callback walks the chain of the bucket it is in again, up to
  *   its cell or the next cell with a due timer. A poll that fires k timers

@@ -105,6 +105,12 @@ TEST_F(Ktimer, CallbacksCreatingTimers) {
   clock_now = 1009;
   EXPECT_EQ(fired(), (Names{"z2", "5", "7"}));
   EXPECT_EQ(fired(), Names{"again"});
+  // A bucket still to reach keeps its turn when a callback empties and
+  // fills it again.
+  sc_ktimer *zero = arm(0, "z3");
+  arm(1, "1", [&] { sc_ktimer_cancel(zero), arm(0, "refilled"); });
+  clock_now = 1010;  // active list 1, 0, ...
+  EXPECT_EQ(fired(), (Names{"1", "refilled"}));
 }
 
 // Every allocation point of construct, of a create that makes its cell and
