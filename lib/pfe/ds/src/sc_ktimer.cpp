@@ -15,9 +15,9 @@ namespace {
 // (activating the bucket if the chain was empty).
 sc_ktimer_cell *sc_ktimers_cell(sc_ktimers *set, uint32_t secs) {
   sc_ktimer_bucket *b = bucket_of(set, secs);
-  if (sc_ktimer_cell *found = cell_find(b, secs)) return found;
-  sc_ktimer_cell *last = b->cells;
-  while (last && last->next) last = last->next;
+  sc_ktimer_cell *last = nullptr;
+  for (sc_ktimer_cell *c = b->cells; c; last = c, c = c->next)
+    if (c->secs == secs) return c;
 
   auto *c =
       sz_take<sc_ktimer_cell>(set, "sc_ktimers_cell: sc_szalloc(%zd) failed");
