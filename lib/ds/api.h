@@ -18,7 +18,7 @@
     return impl args;                                                         \
   }                                                                           \
   extern "C" {                                                                \
-  __attribute__((used, visibility("hidden"),                                 \
+  __attribute__((used, visibility("hidden"),                                  \
                  no_sanitize("address", "undefined"))) auto name##_resolve()  \
       -> ret(*) params {                                                      \
     __builtin_cpu_init();                                                     \
