@@ -103,8 +103,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       }
       case 3: {
         // Elements as they are at the call; those added before a failure
-        // stay.
+        // stay. Appending to itself doubles the vector, so only up to a
+        // size that keeps the fuzzer's memory small.
         sc_vector *src = w && in.ConsumeBool() ? w : v;
+        if (src->nElements + m.size() > 4096) break;
         Model add;
         for (uint32_t k = 0; k < src->nElements; ++k)
           add.push_back(element(src, k));
