@@ -7,20 +7,35 @@
  *
  * Behaviour a caller can rely on beyond that:
  * - A poll survives whatever its callbacks do to the set, short of
- *   destroying it: cancelling or resetting the timer or cell it would visit
- *   next, emptying the bucket it is in, re-activating a bucket it has
- *   passed, or polling the set again. No timer fires twice and none that
- *   the poll would reach is skipped. To hold its place the poll links
- *   private markers into the set's lists while a callback runs (a bucket
- *   without cells, a cell without timers, a timer without a cell); the dump
- *   skips them, and code that walks the lists from a callback must too.
- * - A timer created or reset by a callback fires in the same poll when it is
- *   due and the poll has still to reach it: in a bucket further along the
- *   active list, in a cell further along the chain of the bucket being
- *   polled (unless the poll is already in the chain's last cell), or behind
- *   a timer of its own cell still to come. Otherwise, including in a bucket
- *   the poll has passed that comes back to the front of the active list, it
- *   waits for the next poll.
+ *   destroying it: cancelling or resetting any timer, emptying the cell or
+ *   bucket it is in, re-activating a bucket it has passed, or polling the
+ *   set again. No timer fires twice, and every timer that was due when the
+ *   poll began fires in it unless a callback cancels or resets it first or
+ *   the limit stops the poll.
+ * - A timer is released before its callback runs, so whenever a callback
+ *   runs the records describe exactly the timers still armed: `active` is
+ *   null when none is, every bucket on the active list has cells, every cell
+ *   has timers, and every timer on a cell is armed and points at that cell.
+ *   The poll keeps its place off the set, by the order of the active list
+ *   when it began and the timeout of the cell it is in.
+ * - The poll visits the buckets that were on the active list when it began,
+ *   in that order, each once, if it holds cells when reached. Within a
+ *   bucket it takes the first cell of the chain whose first timer is due and
+ *   fires that cell's due timers, then searches the chain again from its
+ *   head. The last timer of a cell ends the cell's turn, and the chain's
+ *   last cell ends the bucket's. So a timer created or reset by a callback
+ *   fires in the same poll when it is due and it is: in a bucket the poll has
+ *   still to reach (even one a callback emptied and filled again), in a cell
+ *   of the bucket being polled unless the poll is in the chain's last cell,
+ *   or behind a timer of its own cell still to come. Otherwise, including in
+ *   a bucket that first joins the active list during the poll or one the
+ *   poll has passed that comes back, it waits for the next poll.
+ * - Cost: a poll walks the active list and each of its chains once, and
+ *   after every callback walks the chain of the bucket it is in again, up to
+ *   its cell or the next cell with a due timer. A poll that fires k timers
+ *   from c cells, at most m on one chain as the chains are after each
+ *   callback, costs O(128 + c + k * m), however its callbacks reshape the
+ *   set; nested polls cost their own.
  * - sc_ktimers_destruct releases the timers and cells still pending without
  *   calling their callbacks, so destroying a set never leaks.
  * - A clock that steps backwards never makes a timer fire early, and never

@@ -9,15 +9,17 @@
 // count instruction; the loader binds the one the processor can run, once,
 // when the library is loaded. So the generic build runs on any x86, 32-bit
 // included, and still counts bits in one instruction where it can. impl
-// must be inlined into both copies (gnu::always_inline).
+// must be inlined into both copies (gnu::always_inline). The resolver runs
+// before any sanitizer runtime is ready, so it is not instrumented; it has
+// external (hidden) linkage because clang binds an ifunc only to that.
 #define VDS_API_POPCOUNT(ret, name, params, args, impl)                       \
   static ret name##_generic params { return impl args; }                      \
   [[gnu::target("popcnt")]] static ret name##_popcnt params {                 \
     return impl args;                                                         \
   }                                                                           \
   extern "C" {                                                                \
-  [[gnu::used, gnu::no_sanitize_address,                                      \
-    gnu::no_sanitize_undefined]] static auto name##_resolve()                 \
+  __attribute__((used, visibility("hidden"),                                  \
+                 no_sanitize("address", "undefined"))) auto name##_resolve()  \
       -> ret(*) params {                                                      \
     __builtin_cpu_init();                                                     \
     return __builtin_cpu_supports("popcnt") ? name##_popcnt : name##_generic; \

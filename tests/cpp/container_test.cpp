@@ -27,7 +27,8 @@ TEST_F(CppContainer, TheVectorIsAContiguousRange) {
     auto copy = v->copy();
     ASSERT_TRUE(copy && v->append(*copy));
     vell::vector<Point> moved = std::move(*v);
-    EXPECT_TRUE(std::ranges::equal(moved | std::views::take(50), *copy));
+    EXPECT_TRUE(std::equal(moved.begin(), moved.begin() + 50, copy->begin(),
+                           copy->end()));
     auto fixed = vell::vector<int>::create_fixed(2);
     while (fixed->size() < fixed->capacity()) ASSERT_TRUE(fixed->push_back(1));
     EXPECT_FALSE(fixed->push_back(2));
@@ -61,8 +62,10 @@ TEST_F(CppContainer, ListElementsOnTwoListsWalkBothWays) {
     return v;
   };
   EXPECT_EQ(ids(*odd), (std::vector<int>{5, 3, 1}));
-  EXPECT_EQ(ids(*all | std::views::reverse),
-            (std::vector<int>{5, 4, 3, 2, 1, 0}));
+  std::vector<int> backwards;  // no views: clang 14 cannot use libstdc++'s
+  for (auto it = all->end(); it != all->begin();)
+    backwards.push_back((--it)->id);
+  EXPECT_EQ(backwards, (std::vector<int>{5, 4, 3, 2, 1, 0}));
   for (auto it = all->begin(); it != all->end();)
     it = it->id % 3 == 0 ? all->erase(it) : std::next(it);
   all->insert(std::ranges::find(*all, 4, &Item::id), items[0]);

@@ -309,7 +309,8 @@ TYPED_TEST(FamilyTest, EveryAllocationFailureIsReportedAndUndone) {
   if constexpr (std::is_same_v<F, Hash>)
     cases.push_back({[](F &f) { return f.image().has_value(); },
                      {ser, "sc_hash_serialize: sc_malloc(36" + x + "\n", ser}});
-  for (auto &[op, texts] : cases) {
+  for (auto &[op_, texts] : cases) {
+    auto &op = op_;  // a lambda may not capture a structured binding in C++20
     auto run = [&](auto arm) {
       F f;
       for (const char *k : {"a", "bb", "ccc"}) f.insert(k, k, 1);

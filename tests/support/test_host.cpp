@@ -1,10 +1,11 @@
-#include "test_host.h"
-
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <unordered_map>
+
+#include "host_record.h"
 
 int __sc_debug_level = 2;
 int32_t __sc_print_val;
@@ -152,16 +153,27 @@ void clear_output() {
 int last_prefix_result() { return st().last_prefix; }
 int last_msg_result() { return st().last_msg; }
 
-void expect_clean() {
+std::vector<std::string> problems() {
   State &s = st();
+  std::vector<std::string> out;
   for (auto &kv : s.live) {
     const Block &b = s.blocks[kv.second];
-    ADD_FAILURE() << "leaked " << name(b.alloc) << " block of " << b.size
-                  << " bytes" << (b.file.empty() ? "" : " from " + b.file);
+    out.push_back(format("leaked %s block of %u bytes%s%s", name(b.alloc),
+                         b.size, b.file.empty() ? "" : " from ",
+                         b.file.c_str()));
   }
-  for (auto &e : s.errors) ADD_FAILURE() << e;
-  EXPECT_EQ(s.sz_by_kfree, s.sz_by_kfree_expected)
-      << "size-class blocks released through __sc_kfree";
+  out.insert(out.end(), s.errors.begin(), s.errors.end());
+  if (s.sz_by_kfree != s.sz_by_kfree_expected)
+    out.push_back(
+        format("%ld size-class blocks released through __sc_kfree, "
+               "%ld expected",
+               s.sz_by_kfree, s.sz_by_kfree_expected));
+  return out;
+}
+
+bool live(const void *p, uint32_t size) {
+  auto it = st().live.find(const_cast<void *>(p));
+  return it != st().live.end() && st().blocks[it->second].size == size;
 }
 
 }  // namespace th

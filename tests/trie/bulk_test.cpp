@@ -9,30 +9,13 @@
 
 namespace {
 
+using Families = ::testing::Types<tt::V4, tt::V6>;
+
 using tt::Addr;
 
 template <class F>
 class TrieBulk : public HostTest {};
-TYPED_TEST_SUITE(TrieBulk, tt::Families);
-
-// Calls the family's bulk lookup over four-word test addresses.
-template <class F>
-std::vector<uint32_t> bulk(const typename F::Trie *t,
-                           const std::vector<Addr> &keys, size_t from,
-                           size_t n) {
-  std::vector<uint32_t> out(n, 0xDEADBEEF);
-  if constexpr (F::kWords == 1) {
-    std::vector<uint32_t> k;
-    for (size_t i = from; i < from + n; ++i) k.push_back(keys[i][0]);
-    sc_btrie_lpmatch_bulk(t, k.data(), out.data(), uint32_t(n));
-  } else {
-    static_assert(sizeof(Addr) == sizeof(uint32_t[4]));
-    sc_btrie6_lpmatch_bulk(
-        t, reinterpret_cast<const uint32_t(*)[4]>(keys.data() + from),
-        out.data(), uint32_t(n));
-  }
-  return out;
-}
+TYPED_TEST_SUITE(TrieBulk, Families);
 
 TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
   using F = TypeParam;
@@ -55,7 +38,7 @@ TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
         keys.push_back(tt::cut<F>(tt::random_addr(rng), F::kBits));
       std::shuffle(keys.begin(), keys.end(), rng);
 
-      auto all = bulk<F>(t, keys, 0, keys.size());
+      auto all = tt::lpmatch_bulk<F>(t, keys, 0, keys.size());
       for (size_t i = 0; i < keys.size(); ++i) {
         uint32_t single = F::lpmatch(t, keys[i]);
         ASSERT_EQ(single, tt::brute_force<F>(in, keys[i])) << "key " << i;
@@ -65,7 +48,7 @@ TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
       for (size_t len : {0, 1, 63, 64, 65, 129}) {
         size_t from = len % 5;
         if (from + len > keys.size()) continue;
-        auto part = bulk<F>(t, keys, from, len);
+        auto part = tt::lpmatch_bulk<F>(t, keys, from, len);
         for (size_t i = 0; i < len; ++i) ASSERT_EQ(part[i], all[from + i]);
       }
       F::destruct(t);
@@ -78,8 +61,9 @@ TYPED_TEST(TrieBulk, ATrieOfNoEntriesAnswersZeroForEveryKey) {
   typename F::Trie *t = F::construct(nullptr, nullptr, 0, 50, 0);
   ASSERT_NE(t, nullptr);
   std::vector<Addr> keys(20, Addr{1, 2, 3, 4});
-  for (uint32_t d : bulk<F>(t, keys, 0, keys.size())) EXPECT_EQ(d, 0u);
-  EXPECT_TRUE(bulk<F>(t, keys, 0, 0).empty());
+  for (uint32_t d : tt::lpmatch_bulk<F>(t, keys, 0, keys.size()))
+    EXPECT_EQ(d, 0u);
+  EXPECT_TRUE(tt::lpmatch_bulk<F>(t, keys, 0, 0).empty());
   F::destruct(t);
 }
 

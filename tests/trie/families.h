@@ -1,5 +1,6 @@
 // One test-side face for both trie families, so that what they share is
-// tested once over both. Addresses are four words; IPv4 uses the first.
+// tested once over both, by the unit tests and the fuzz targets alike.
+// Addresses are four words; IPv4 uses the first.
 #pragma once
 
 #include <stdint.h>
@@ -11,7 +12,6 @@
 #include <set>
 #include <vector>
 
-#include "gtest/gtest.h"
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
 
@@ -39,6 +39,8 @@ using Addr = std::array<uint32_t, 4>;
     static constexpr auto memory = p##_memory_usage;                       \
     static constexpr auto print = p##_print;                               \
     static constexpr auto stats = p##_print_stats;                         \
+    static constexpr auto lpmatch_bulk = p##_lpmatch_bulk;                 \
+    static constexpr auto fib_lookup_bulk = p##_fib_lookup_bulk;           \
     static uint32_t lpmatch(const Trie *t, const Addr &k) {                \
       return p##_lpmatch(t, key);                                          \
     }                                                                      \
@@ -65,8 +67,6 @@ using Addr = std::array<uint32_t, 4>;
   };
 TT_FAMILY(V4, sc_btrie, 1, SC_BTRIE_NO_PREFIX, 31, k[0])
 TT_FAMILY(V6, sc_btrie6, 4, SC_BTRIE6_NO_PREFIX, 15, k.data())
-
-using Families = ::testing::Types<V4, V6>;
 
 inline Addr random_addr(std::mt19937 &rng) {
   return {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()), uint32_t(rng())};
@@ -151,6 +151,38 @@ std::vector<typename F::Entry> prefix_set(std::mt19937 &rng, uint32_t n) {
     if (rng() % 8 == 0) add(a, F::kBits);
   }
   return out;
+}
+
+// A bulk call of the family (a trie's lpmatch_bulk, a compiled table's
+// lookup_bulk) over keys[from, from + n), four-word test addresses.
+template <class F, class T, class Call>
+std::vector<uint32_t> bulk(Call call, const T *t, const std::vector<Addr> &keys,
+                           size_t from, size_t n) {
+  std::vector<uint32_t> out(n, 0xDEADBEEF);
+  if constexpr (F::kWords == 1) {
+    std::vector<uint32_t> k;
+    for (size_t i = from; i < from + n; ++i) k.push_back(keys[i][0]);
+    call(t, k.data(), out.data(), uint32_t(n));
+  } else {
+    static_assert(sizeof(Addr) == sizeof(uint32_t[4]));
+    call(t, reinterpret_cast<const uint32_t(*)[4]>(keys.data() + from),
+         out.data(), uint32_t(n));
+  }
+  return out;
+}
+
+template <class F>
+std::vector<uint32_t> lpmatch_bulk(const typename F::Trie *t,
+                                   const std::vector<Addr> &keys, size_t from,
+                                   size_t n) {
+  return bulk<F>(F::lpmatch_bulk, t, keys, from, n);
+}
+
+template <class F>
+std::vector<uint32_t> fib_bulk(const typename F::Fib *f,
+                               const std::vector<Addr> &keys, size_t from,
+                               size_t n) {
+  return bulk<F>(F::fib_lookup_bulk, f, keys, from, n);
 }
 
 }  // namespace tt

@@ -10,28 +10,13 @@
 
 namespace {
 
+using Families = ::testing::Types<tt::V4, tt::V6>;
+
 using tt::Addr;
 
 template <class F>
 class Fib : public HostTest {};
-TYPED_TEST_SUITE(Fib, tt::Families);
-
-template <class F>
-std::vector<uint32_t> fib_bulk(const typename F::Fib *f,
-                               const std::vector<Addr> &keys, size_t from,
-                               size_t n) {
-  std::vector<uint32_t> out(n, 0xDEADBEEF);
-  if constexpr (F::kWords == 1) {
-    std::vector<uint32_t> k;
-    for (size_t i = from; i < from + n; ++i) k.push_back(keys[i][0]);
-    sc_btrie_fib_lookup_bulk(f, k.data(), out.data(), uint32_t(n));
-  } else {
-    sc_btrie6_fib_lookup_bulk(
-        f, reinterpret_cast<const uint32_t(*)[4]>(keys.data() + from),
-        out.data(), uint32_t(n));
-  }
-  return out;
-}
+TYPED_TEST_SUITE(Fib, Families);
 
 // Whether any entry covers k.
 template <class F>
@@ -82,11 +67,11 @@ void check_table(const std::vector<typename F::Entry> &in, uint32_t miss,
 
   for (size_t i = 0; i < keys.size(); ++i)
     ASSERT_EQ(F::fib_lookup(f, keys[i]), want[i]) << "key " << i;
-  auto all = fib_bulk<F>(f, keys, 0, keys.size());
+  auto all = tt::fib_bulk<F>(f, keys, 0, keys.size());
   ASSERT_EQ(all, want);
   for (size_t len = 0; len <= 97 && len <= keys.size(); ++len) {
     size_t from = (len * 7) % (keys.size() - len + 1);
-    auto part = fib_bulk<F>(f, keys, from, len);
+    auto part = tt::fib_bulk<F>(f, keys, from, len);
     ASSERT_TRUE(std::equal(part.begin(), part.end(), want.begin() + from))
         << "batch of " << len << " from " << from;
   }

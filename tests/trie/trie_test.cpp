@@ -15,14 +15,18 @@
 
 #include "families.h"
 #include "test_host.h"
+#include "trie/ipv4.h"
+#include "trie/ipv6.h"
 
 namespace {
+
+using Families = ::testing::Types<tt::V4, tt::V6>;
 
 using tt::Addr;
 
 template <class F>
 class TrieTest : public HostTest {};
-TYPED_TEST_SUITE(TrieTest, tt::Families);
+TYPED_TEST_SUITE(TrieTest, Families);
 
 const std::string kRule = std::string(59, '-') + "\n";
 std::vector<uint32_t> destroyed;  // what the data destructor was given
@@ -39,6 +43,20 @@ void destruct_recording(typename F::Trie *t) {
   destroyed.clear();
   F::set_destructor(t, [](uint32_t d) { destroyed.push_back(d); });
   F::destruct(t);
+}
+
+// A node word decodes into what the node's bit-fields hold.
+TEST(TrieRecords, NodeWordsDecodeAsTheBitFieldsHoldThem) {
+  auto check = [](auto records) {
+    using R = decltype(records);
+    for (uint32_t v : {1u, 2u, 3u, 0x2aaaaau, ~0u}) {
+      auto n = R::make_node(v, v >> 1, v + 1);
+      EXPECT_TRUE(R::branch(n) == n.branch && R::skip(n) == n.skip &&
+                  R::index(n) == n.index);
+    }
+  };
+  check(vds::trie::Ipv4{});
+  check(vds::trie::Ipv6{});
 }
 
 TYPED_TEST(TrieTest, ReferenceTrieWordForWord) {

@@ -1,12 +1,9 @@
 // Links of the timer wheel: a bucket's chain of cells, a cell's list of
 // timers and the set's active-bucket list, shared by the operations and the
-// poll so that every structural change goes through one place.
-//
-// A poll in progress keeps markers in these lists to hold its position
-// across callbacks: a bucket without cells, a cell without timers and a
-// timer without a cell. Real buckets on the active list always have cells,
-// real cells always have timers and armed timers always have their cell, so
-// the markers are told apart by those fields alone.
+// poll so that every structural change goes through one place. Between
+// operations, and whenever a poll calls back, the active list holds exactly
+// the buckets with cells, every cell has timers and every timer on a cell is
+// armed, with `cell` pointing at it.
 #pragma once
 
 #include <stdint.h>
@@ -27,16 +24,6 @@ inline uint32_t clock_seconds() {
   struct timeval tv;
   gettimeofday(&tv, nullptr);
   return static_cast<uint32_t>(tv.tv_sec);
-}
-
-inline bool is_marker(const sc_ktimer *t) { return t->cell == nullptr; }
-inline bool is_marker(const sc_ktimer_cell *c) { return c->head == nullptr; }
-inline bool is_marker(const sc_ktimer_bucket *b) { return b->cells == nullptr; }
-
-template <typename Node>
-inline Node *skip_markers(Node *n) {
-  while (n && is_marker(n)) n = n->next;
-  return n;
 }
 
 // A timer or cell from the set's size-class context. On failure reports
@@ -87,13 +74,12 @@ inline void timer_unlink(sc_ktimer_cell *c, sc_ktimer *t) {
     c->head = t->next;
 }
 
-// Links t after the last timer due no later than it, never moving it before
-// a poll's marker. While the clock does not step back that is the tail, so
-// timers of a cell keep the order in which they were armed.
+// Links t after the last timer due no later than it. While the clock does
+// not step back that is the tail, so timers of a cell keep the order in
+// which they were armed.
 inline void timer_place(sc_ktimer_cell *c, sc_ktimer *t) {
   sc_ktimer *after = c->tail;
-  while (after && !is_marker(after) && after->expires > t->expires)
-    after = after->prev;
+  while (after && after->expires > t->expires) after = after->prev;
   timer_link_after(c, after, t);
 }
 
@@ -123,6 +109,13 @@ inline void bucket_unlink(sc_ktimers *set, sc_ktimer_bucket *b) {
 }
 
 // ---- cells within a bucket --------------------------------------------------
+
+// The cell of a timeout on b's chain, or null.
+inline sc_ktimer_cell *cell_find(sc_ktimer_bucket *b, uint32_t secs) {
+  sc_ktimer_cell *c = b->cells;
+  while (c && c->secs != secs) c = c->next;
+  return c;
+}
 
 // Takes c off b's chain, and b off the active list when nothing is left.
 inline void cell_unlink(sc_ktimers *set, sc_ktimer_bucket *b,

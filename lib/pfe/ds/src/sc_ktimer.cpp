@@ -17,7 +17,7 @@ sc_ktimer_cell *sc_ktimers_cell(sc_ktimers *set, uint32_t secs) {
   sc_ktimer_bucket *b = bucket_of(set, secs);
   sc_ktimer_cell *last = nullptr;
   for (sc_ktimer_cell *c = b->cells; c; last = c, c = c->next)
-    if (!is_marker(c) && c->secs == secs) return c;
+    if (c->secs == secs) return c;
 
   auto *c =
       sz_take<sc_ktimer_cell>(set, "sc_ktimers_cell: sc_szalloc(%zd) failed");

@@ -1,12 +1,15 @@
 // Polling: fires the due timers, buckets in active-list order, cells in
 // chain order, each cell's timers earliest first.
 //
-// Across every callback the poll holds its place with markers linked into
-// the lists (see timer/wheel.h) instead of pointers to the next timer, cell
-// or bucket. Whatever a callback cancels, resets or creates, the markers are
-// relinked with their neighbours, so the poll never follows a released
-// record, never fires a timer twice and never skips one it would otherwise
-// have reached.
+// The poll never holds a pointer to a record across a callback, since the
+// callback may release it. It holds its place by what a callback cannot
+// free: the order of the active list when the poll began, kept on its own
+// stack as bucket indices, and the timeout of the cell it is in, unique
+// within the set. After each callback it finds the cell again from its
+// bucket's chain. Nothing of the poll is ever linked into the set, so the
+// records describe exactly the armed timers whenever a callback runs.
+#include <stdint.h>
+
 #include "api.h"
 #include "diag.h"
 #include "sc_ktimer.h"
@@ -14,13 +17,9 @@
 
 using namespace vds::timer;
 
-// The markers live in the poll's frames and are linked into the set's lists;
-// every one is unlinked before its frame ends.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wdangling-pointer"
-#endif
-
 namespace {
+
+constexpr int kBuckets = sizeof(sc_ktimers::buckets) / sizeof(sc_ktimer_bucket);
 
 struct Poll {
   sc_ktimers *set;
@@ -45,43 +44,35 @@ struct Poll {
     return limit != 0 && fired >= limit;
   }
 
-  // Fires the due timers of c. The last timer of the cell ends the cell's
-  // turn: timers that its callback adds to the cell wait for the next poll.
-  bool cell(sc_ktimer_cell *c) {
-    sc_ktimer mark = {};
-    timer_link_after(c, nullptr, &mark);
-    bool stop = false;
-    for (;;) {
-      sc_ktimer *t = skip_markers(mark.next);
-      if (!t || !due(t)) break;
-      if (!t->next) {
-        timer_unlink(c, &mark);
-        return fire(t);
-      }
-      if ((stop = fire(t))) break;
-    }
-    timer_unlink(c, &mark);
-    cell_release_if_empty(set, c);  // its callbacks may have emptied it
-    return stop;
+  // The first cell from c on whose first timer is due.
+  sc_ktimer_cell *first_due(sc_ktimer_cell *c) const {
+    while (c && !due(c->head)) c = c->next;
+    return c;
   }
 
-  // The cells that follow the last one at the moment it is reached are
-  // left for the next poll, like the timers behind a cell's last timer.
+  // Fires the due timers of c, found again by its timeout after each
+  // callback. The last timer of the cell ends the cell's turn.
+  bool turn(sc_ktimer_bucket *b, sc_ktimer_cell *c) {
+    const uint32_t secs = c->secs;
+    do {
+      sc_ktimer *t = c->head;
+      if (!due(t)) return false;
+      bool last = !t->next;
+      if (fire(t)) return true;
+      if (last) return false;
+      c = cell_find(b, secs);
+    } while (c);
+    return false;
+  }
+
+  // After each cell's turn the chain is searched again from its head: the
+  // cells already done have a first timer that is not due. Once the poll
+  // has reached the chain's last cell, cells added behind it wait.
   bool bucket(sc_ktimer_bucket *b) {
-    for (sc_ktimer_cell *c = b->cells; c;) {
-      sc_ktimer *first = skip_markers(c->head);
-      if (!first || !due(first)) {
-        c = c->next;
-        continue;
-      }
-      if (!c->next) return cell(c);
-      sc_ktimer_cell guard = {};
-      guard.next = c->next;
-      c->next = &guard;
-      bool stop = cell(c);
-      c = guard.next;
-      cell_unlink(set, b, &guard);
-      if (stop) return true;
+    for (sc_ktimer_cell *c = first_due(b->cells); c; c = first_due(b->cells)) {
+      bool last = !c->next;
+      if (turn(b, c)) return true;
+      if (last) break;
     }
     return false;
   }
@@ -92,17 +83,14 @@ struct Poll {
 VDS_API int sc_ktimers_poll_ex(sc_ktimers *set, int limit, int fire_all) {
   Poll poll{set, clock_seconds(), limit, fire_all != 0, 0};
   set->now = poll.now;
-  for (sc_ktimer_bucket *b = set->active; b;) {
-    if (is_marker(b)) {
-      b = b->next;
-      continue;
-    }
-    sc_ktimer_bucket mark = {};
-    bucket_link_after(b, &mark);
-    bool stop = poll.bucket(b);
-    b = mark.next;
-    bucket_unlink(set, &mark);
-    if (stop) break;
+  // Buckets that join the list during the poll wait for the next one.
+  uint8_t order[kBuckets];
+  int n = 0;
+  for (sc_ktimer_bucket *b = set->active; b; b = b->next)
+    order[n++] = static_cast<uint8_t>(b - set->buckets);
+  for (int i = 0; i < n; i++) {
+    sc_ktimer_bucket *b = &set->buckets[order[i]];
+    if (b->cells && poll.bucket(b)) break;
   }
   return poll.fired;
 }
