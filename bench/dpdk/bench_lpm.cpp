@@ -31,7 +31,6 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -203,6 +202,32 @@ size_t measure(Rates &r, const std::vector<Key> &keys,
   return differ;
 }
 
+// Both key sets through one library: measure() on each, into its row.
+template <class Key, class One, class Many>
+size_t measure_sets(Row &row, const std::vector<Key> &uniform,
+                    const std::vector<Key> &inside,
+                    std::vector<uint32_t> &want_uniform,
+                    std::vector<uint32_t> &want_inside, unsigned threads,
+                    One one, Many many) {
+  return measure(row.uniform, uniform, want_uniform, threads, one, many) +
+         measure(row.inside, inside, want_inside, threads, one, many);
+}
+
+// A library's single lookup over a key set, and its bulk lookup in batches.
+template <class Key, class Lookup>
+auto one_by_one(Lookup lookup) {
+  return [=](const std::vector<Key> &k, uint32_t *d, uint32_t n) {
+    for (uint32_t i = 0; i < n; ++i) d[i] = lookup(k[i]);
+  };
+}
+template <class Key, class LookupBulk>
+auto in_batches(LookupBulk lookup_bulk) {
+  return [=](const std::vector<Key> &k, uint32_t *d, uint32_t n) {
+    for (uint32_t i = 0; i < n; i += kBatch)
+      lookup_bulk(&k[i], &d[i], std::min(kBatch, n - i));
+  };
+}
+
 template <class Ops>
 void run_case(const char *title, std::vector<typename Ops::Entry> in,
               size_t n_keys, unsigned threads, bool peer_ready) {
@@ -242,34 +267,22 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
   }
   fib.memory_mb = Ops::fib_memory(f) / 1048576.0;
 
-  size_t differ = 0;
-  for (auto [r, keys, want] :
-       {std::tuple{&trie.uniform, &uniform, &want_uniform},
-        std::tuple{&trie.inside, &inside, &want_inside}})
-    differ += measure(
-        *r, *keys, *want, threads,
-        [&](const Keys &k, uint32_t *d, uint32_t n) {
-          for (uint32_t i = 0; i < n; ++i) d[i] = Ops::lookup(t, k[i]);
-        },
-        [&](const Keys &k, uint32_t *d, uint32_t n) {
-          for (uint32_t i = 0; i < n; i += kBatch)
-            Ops::lookup_bulk(t, &k[i], &d[i], std::min(kBatch, n - i));
-        });
+  using Key = typename Ops::Key;
+  size_t differ = measure_sets(
+      trie, uniform, inside, want_uniform, want_inside, threads,
+      one_by_one<Key>([&](const Key &k) { return Ops::lookup(t, k); }),
+      in_batches<Key>([&](const Key *k, uint32_t *d, uint32_t n) {
+        Ops::lookup_bulk(t, k, d, n);
+      }));
   print_row(trie);
   c.rows.push_back(trie);
   progress("%s: timing the fib", title);
-  for (auto [r, keys, want] :
-       {std::tuple{&fib.uniform, &uniform, &want_uniform},
-        std::tuple{&fib.inside, &inside, &want_inside}})
-    differ += measure(
-        *r, *keys, *want, threads,
-        [&](const Keys &k, uint32_t *d, uint32_t n) {
-          for (uint32_t i = 0; i < n; ++i) d[i] = Ops::fib_lookup(f, k[i]);
-        },
-        [&](const Keys &k, uint32_t *d, uint32_t n) {
-          for (uint32_t i = 0; i < n; i += kBatch)
-            Ops::fib_lookup_bulk(f, &k[i], &d[i], std::min(kBatch, n - i));
-        });
+  differ += measure_sets(
+      fib, uniform, inside, want_uniform, want_inside, threads,
+      one_by_one<Key>([&](const Key &k) { return Ops::fib_lookup(f, k); }),
+      in_batches<Key>([&](const Key *k, uint32_t *d, uint32_t n) {
+        Ops::fib_lookup_bulk(f, k, d, n);
+      }));
   print_row(fib);
   c.rows.push_back(fib);
   Ops::fib_destruct(f);
@@ -295,16 +308,12 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
       static_cast<double>(peer::heap_bytes() - before) / 1048576.0;
   progress("%s: timing %s", title, P::kName);
   using PK = typename P::Keys;
-  differ = 0;
-  for (auto [r, keys, want] :
-       {std::tuple{&theirs.uniform, &their_uniform, &want_uniform},
-        std::tuple{&theirs.inside, &their_inside, &want_inside}})
-    differ += measure(
-        *r, *keys, *want, threads,
-        [&](const PK &k, uint32_t *d, uint32_t n) { p.lookup(k, d, n); },
-        [&](const PK &k, uint32_t *d, uint32_t n) {
-          p.lookup_bulk(k, d, n, kBatch);
-        });
+  differ = measure_sets(
+      theirs, their_uniform, their_inside, want_uniform, want_inside, threads,
+      [&](const PK &k, uint32_t *d, uint32_t n) { p.lookup(k, d, n); },
+      [&](const PK &k, uint32_t *d, uint32_t n) {
+        p.lookup_bulk(k, d, n, kBatch);
+      });
   progress("");
   print_row(theirs);
   c.rows.push_back(theirs);
