@@ -60,11 +60,10 @@ typename F::Fib *construct(void *ctx, const typename F::Trie *trie,
   memset(static_cast<void *>(f), 0, sizeof(Fib));
   f->sz_ctx = ctx;
   f->miss = miss;
-  f->root = static_cast<uint32_t *>(
-      take_array<F>(ctx, F::kRootSlots, sizeof(uint32_t)));
+  f->root = static_cast<uint32_t *>(take_array<F>(ctx, root_bytes<F>(), 1));
   if (f->root)
-    f->root_inner = static_cast<uint32_t *>(
-        take_array<F>(ctx, F::kRootSlots / 32, sizeof(uint32_t)));
+    f->root_inner =
+        static_cast<uint32_t *>(take_array<F>(ctx, root_inner_bytes<F>(), 1));
   if (!f->root_inner) {
     destruct<F>(f);
     return nullptr;
