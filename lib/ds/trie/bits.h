@@ -8,10 +8,16 @@
 
 namespace vds::trie {
 
-// Bits [p, p + b) of the word holding position p, as a b-bit number; the
-// b bits must lie within that one word. 0 when b is 0.
-inline uint32_t field(uint32_t word, uint32_t p, uint32_t b) {
-  return b ? (word << (p & 31)) >> (32 - b) : 0;
+// Bits [p, p + b) of an address of W words, as a b-bit number: the child
+// slot a b-bit node at position p chooses for the address. The b bits must
+// lie within one word; 0 when b is 0, without a branch (the shift is 64-bit,
+// so b == 0 selects nothing rather than shifting by 32). The word index is
+// masked, so a position at or past the end still reads inside the address.
+template <uint32_t W>
+inline uint32_t key_bits(const uint32_t *a, uint32_t p, uint32_t b) {
+  uint32_t word = a[p >> 5 & (W - 1)];
+  return static_cast<uint32_t>((static_cast<uint64_t>(word << (p & 31)) << b) >>
+                               32);
 }
 
 // The first position at or after pos where a and b differ, or W * 32 when

@@ -47,7 +47,7 @@ class Builder {
  private:
   const Entry &entry(uint32_t i) const { return t_->entries[i]; }
   uint32_t slot(uint32_t i, uint32_t p, uint32_t b) const {
-    return field(F::addr(entry(i))[p >> 5], p, b);
+    return key_bits<F::kWords>(F::addr(entry(i)), p, b);
   }
   void set(uint32_t x, uint32_t branch, uint32_t skip, uint32_t index) {
     t_->nodes[x] = F::make_node(branch, skip, index);
@@ -137,7 +137,7 @@ class Builder {
       const typename F::Prefix &pr = t_->prefixes[q];
       if (pr.len <= p) return pr.len;
       uint32_t r = pr.len - p;
-      if (r <= b && field(a[p >> 5], p, r) == v >> (b - r)) return pr.len;
+      if (r <= b && key_bits<F::kWords>(a, p, r) == v >> (b - r)) return pr.len;
       q = pr.prefix;
     }
     return 0;

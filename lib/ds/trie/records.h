@@ -8,9 +8,20 @@
 
 namespace vds::trie {
 
-// Node words are decoded from one 32-bit load: branch in the low bits, then
-// skip, then index, the layout the records' bit-fields have on the target
-// (the trie tests check the two agree).
+// A node is one 32-bit word, decoded from one load; the records' bit-fields
+// have this layout on the target (the trie tests check the two agree):
+//
+//          31                  10 9       5 4        0
+//   IPv4  [ index (22 bits)       | skip (5) | branch (5) ]
+//          31                 11 10       4 3        0
+//   IPv6  [ index (21 bits)      | skip (7) | branch (4) ]
+//
+// branch: the number of address bits the node consumes; 0 marks a leaf.
+// index:  an internal node's children are the 2^branch words from index
+//         on, the child for slot v at index + v (v from key_bits); a leaf's
+//         index is its entry's position.
+// skip:   address bits passed over before this node's branch bits (on a
+//         leaf, the entry's remaining length kept to the field's width).
 template <class TrieT, class EntryT, class PrefixT, class NodeT, class IterT,
           class ItemT, uint32_t BranchBits, uint32_t SkipBits>
 struct Records {
@@ -31,6 +42,7 @@ struct Records {
   static uint32_t branch(Node n) { return branch(word(n)); }
   static uint32_t skip(Node n) { return skip(word(n)); }
   static uint32_t index(Node n) { return index(word(n)); }
+  static bool leaf(uint32_t w) { return branch(w) == 0; }
   // Values wider than a field keep their low bits (a leaf's skip is the
   // entry's remaining length kept to the field's width).
   static Node make_node(uint32_t branch, uint32_t skip, uint32_t index) {

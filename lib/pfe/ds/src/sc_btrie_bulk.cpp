@@ -53,12 +53,9 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
     // Chooses the child (a leaf stays put) and prefetches its word.
     auto advance = [&](uint32_t j) {
       uint32_t b = L::branch(w[j]);
-      // The mask keeps a leaf's meaningless position within the key.
-      uint32_t word = key[j * L::kWords + (pos[j] >> 5 & (L::kWords - 1))];
-      // 64-bit, so that b == 0 selects no bits rather than shifting by 32.
-      uint32_t bits = static_cast<uint32_t>(
-          (static_cast<uint64_t>(word << (pos[j] & 31)) << b) >> 32);
-      uint32_t stay = (b != 0) - 1u;  // all ones on a leaf
+      // On a leaf b is 0 and its meaningless position reads within the key.
+      uint32_t bits = key_bits<L::kWords>(key + j * L::kWords, pos[j], b);
+      uint32_t stay = 0u - L::leaf(w[j]);  // all ones on a leaf
       at[j] = ((L::index(w[j]) + bits) & ~stay) | (at[j] & stay);
       pos[j] += b;
       prefetch(&nodes[at[j]]);
@@ -80,7 +77,7 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
       uint32_t internal = 0;
       for (uint32_t j = 0; j < m; ++j) {
         load(j);
-        internal += L::branch(w[j]) != 0;
+        internal += !L::leaf(w[j]);
       }
       if (l == kLevels || 2 * internal < m) break;
       for (uint32_t j = 0; j < m; ++j) advance(j);
@@ -93,7 +90,7 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
     // listed without a branch; the others' entries are prefetched.
     uint32_t deep[kGroup], n_deep = 0;
     for (uint32_t j = 0; j < m; ++j) {
-      uint32_t internal = L::branch(w[j]) != 0;
+      uint32_t internal = !L::leaf(w[j]);
       deep[n_deep] = j;
       n_deep += internal;
       prefetch_entry(j, internal);
@@ -104,7 +101,7 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
       for (uint32_t i = 0; i < n_deep; ++i) {
         uint32_t j = deep[i];
         load(j);
-        uint32_t internal = L::branch(w[j]) != 0;
+        uint32_t internal = !L::leaf(w[j]);
         deep[still] = j;
         still += internal;
         prefetch_entry(j, internal);
