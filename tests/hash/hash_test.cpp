@@ -6,7 +6,7 @@
 #include <set>
 
 #include "hash/key_hash.h"
-#include "hash/sc_hash_private.h"
+#include "sc_hash_private.h"
 #include "sc_khash.h"
 #include "sc_ohash.h"
 #include "test_host.h"

@@ -5,7 +5,7 @@
 
 #include "api.h"
 #include "diag.h"
-#include "timer/wheel.h"
+#include "sc_ktimer_wheel.h"
 
 using namespace vds::timer;
 

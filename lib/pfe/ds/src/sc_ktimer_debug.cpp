@@ -2,7 +2,7 @@
 #include "api.h"
 #include "sc_host.h"
 #include "sc_ktimer.h"
-#include "timer/wheel.h"
+#include "sc_ktimer_wheel.h"
 
 using namespace vds::timer;
 

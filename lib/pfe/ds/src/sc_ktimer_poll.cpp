@@ -13,7 +13,7 @@
 #include "api.h"
 #include "diag.h"
 #include "sc_ktimer.h"
-#include "timer/wheel.h"
+#include "sc_ktimer_wheel.h"
 
 using namespace vds::timer;
 

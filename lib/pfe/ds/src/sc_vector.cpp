@@ -4,7 +4,7 @@
 
 #include "api.h"
 #include "diag.h"
-#include "vector/vector_slots.h"
+#include "sc_vector_slots.h"
 
 using vds::vector::kModule;
 using vds::vector::slot;

@@ -5,7 +5,7 @@
 #include "api.h"
 #include "hash/chained_table.h"
 #include "hash/heap_policy.h"
-#include "hash/sc_hash_private.h"
+#include "sc_hash_private.h"
 
 namespace {
 
