@@ -59,16 +59,18 @@ bool root_branch_fits(const typename F::Trie *t, uint32_t root_branch) {
   return false;
 }
 
-// Releases a trie whose arrays still have the sizes they were taken with
-// (entries and prefixes: n elements each). Data words are not handed out.
+// Gives back the trie record and whichever of its arrays it holds, the
+// entry and prefix arrays having room for the given numbers of elements.
+// The one release path of a trie, complete or half-built; data words are
+// the caller's to hand out first.
 template <class F>
-typename F::Trie *release_partial(typename F::Trie *t, uint32_t n) {
+void release(typename F::Trie *t, uint32_t entries, uint32_t prefixes) {
   void *ctx = t->sz_ctx;
-  if (t->entries) give<F>(ctx, t->entries, n * sizeof(typename F::Entry));
-  if (t->prefixes) give<F>(ctx, t->prefixes, n * sizeof(typename F::Prefix));
+  if (t->entries) give<F>(ctx, t->entries, entries * sizeof(typename F::Entry));
+  if (t->prefixes)
+    give<F>(ctx, t->prefixes, prefixes * sizeof(typename F::Prefix));
   if (t->nodes) give<F>(ctx, t->nodes, t->n_nodes * sizeof(typename F::Node));
   give<F>(ctx, t, sizeof(typename F::Trie));
-  return nullptr;
 }
 
 // Trims the entry and prefix arrays (taken with n elements) and the node
@@ -127,6 +129,11 @@ typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
   }
   memset(t, 0, sizeof *t);
   t->sz_ctx = sz_ctx;
+  // Before the trim, the entry and prefix arrays have room for n each.
+  auto fail = [t, n]() -> Trie * {
+    release<F>(t, n, n);
+    return nullptr;
+  };
   if (n == 0) {
     VDS_DIAG(kFailure, F::kModule, F::kText.no_entries);
     return t;
@@ -136,18 +143,18 @@ typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
   t->entries = static_cast<typename F::Entry *>(take<F>(sz_ctx, entries_size));
   if (!t->entries) {
     VDS_DIAG(kFailure, F::kModule, F::kText.entries_failed, entries_size);
-    return release_partial<F>(t, n);
+    return fail();
   }
   size_t prefixes_size = size_t{n} * sizeof(typename F::Prefix);
   t->prefixes =
       static_cast<typename F::Prefix *>(take<F>(sz_ctx, prefixes_size));
   if (!t->prefixes) {
     VDS_DIAG(kFailure, F::kModule, F::kText.prefixes_failed, prefixes_size);
-    return release_partial<F>(t, n);
+    return fail();
   }
 
   prepare<F>(t, in, n);
-  if (!root_branch_fits<F>(t, root_branch)) return release_partial<F>(t, n);
+  if (!root_branch_fits<F>(t, root_branch)) return fail();
 
   // The estimate may fall short (the build then grows the array) but is
   // never more than the node index can address.
@@ -159,12 +166,12 @@ typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
   t->nodes = static_cast<typename F::Node *>(take<F>(sz_ctx, nodes_size));
   if (!t->nodes) {
     VDS_DIAG(kFailure, F::kModule, F::kText.nodes_failed, nodes_size);
-    return release_partial<F>(t, n);
+    return fail();
   }
   t->n_nodes = n_nodes;
 
   Builder<F> builder(t, fill_factor);
-  if (!builder.build(root_branch)) return release_partial<F>(t, n);
+  if (!builder.build(root_branch)) return fail();
   trim<F>(t, n, builder.used());
   return t;
 }
@@ -172,7 +179,6 @@ typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
 template <class F>
 void destruct(typename F::Trie *t) {
   if (!t) return;
-  void *ctx = t->sz_ctx;
   // Read before the entry array, which holds the marks, goes away.
   uint32_t entries = entries_capacity<F>(t);
   uint32_t prefixes = prefixes_capacity<F>(t);
@@ -181,18 +187,8 @@ void destruct(typename F::Trie *t) {
       for (uint32_t i = 0; i < t->n_entries; ++i) dd(t->entries[i].data);
       for (uint32_t i = 0; i < t->n_prefixes; ++i) dd(t->prefixes[i].data);
     }
-    give<F>(ctx, t->entries, entries * sizeof(typename F::Entry));
-    t->entries = nullptr;
   }
-  if (t->prefixes) {
-    give<F>(ctx, t->prefixes, prefixes * sizeof(typename F::Prefix));
-    t->prefixes = nullptr;
-  }
-  if (t->nodes) {
-    give<F>(ctx, t->nodes, t->n_nodes * sizeof(typename F::Node));
-    t->nodes = nullptr;
-  }
-  give<F>(ctx, t, sizeof(typename F::Trie));
+  release<F>(t, entries, prefixes);
 }
 
 }  // namespace vds::trie
