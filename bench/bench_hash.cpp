@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "bench_util.h"
+#include "lpm_clock.h"
 #include "sc_hash.h"
 #include "sc_host_default.h"
 #include "sc_khash.h"
@@ -127,15 +127,15 @@ Rates measure(const Keys &keys) {
   double ins = 0, fnd = 0, del = 0;
   for (uint32_t rep = 0; rep < reps; rep++) {
     Table t(keys.n);
-    ins += bench::seconds([&] {
+    ins += lpm::seconds([&] {
       for (uint32_t i = 0; i < keys.n; i++)
         misses += !t.insert(keys[i], keys.ksz, value);
     });
-    fnd += bench::seconds([&] {
+    fnd += lpm::seconds([&] {
       for (uint32_t i = 0; i < keys.n; i++)
         misses += !t.find(keys[i], keys.ksz);
     });
-    del += bench::seconds([&] {
+    del += lpm::seconds([&] {
       for (uint32_t i = 0; i < keys.n; i++)
         misses += !t.erase(keys[i], keys.ksz);
     });

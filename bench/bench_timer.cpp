@@ -16,7 +16,7 @@
 #include <random>
 #include <vector>
 
-#include "bench_util.h"
+#include "lpm_clock.h"
 #include "sc_host_default.h"
 #include "sc_ktimer.h"
 
@@ -49,7 +49,7 @@ void bump(void *) { ++g_fired; }
 
 template <class F>
 double ns(F body) {
-  return bench::seconds(body) * 1e9;
+  return lpm::seconds(body) * 1e9;
 }
 
 // The peer: a min-heap of (expiry, generation, timer) entries.

@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "bench_util.h"
+#include "lpm_clock.h"
 #include "lpm_trie.h"
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
@@ -94,7 +94,7 @@ template <class Ops, class Build, class Keys>
 Result measure(Build build, const Keys &random_keys, const Keys &table_keys) {
   Result r{};
   typename Ops::Trie *t = nullptr;
-  r.build_s = bench::seconds([&] { t = build(); });
+  r.build_s = lpm::seconds([&] { t = build(); });
   if (!t) {
     fprintf(stderr, "construction failed\n");
     return r;
@@ -107,7 +107,7 @@ Result measure(Build build, const Keys &random_keys, const Keys &table_keys) {
     const Keys &keys = pass ? table_keys : random_keys;
     double best = 1e9;
     for (int rep = 0; rep < 3; ++rep) {
-      double e = bench::seconds([&] {
+      double e = lpm::seconds([&] {
         for (const auto &k : keys) r.check += Ops::lookup(t, k);
       });
       if (e < best) best = e;

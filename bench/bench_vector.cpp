@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "bench_util.h"
+#include "lpm_clock.h"
 #include "sc_host_default.h"
 #include "sc_vector.h"
 
@@ -26,7 +26,7 @@ template <typename Body>
 double best_rate(Body body, uint64_t &sink) {
   double best = 0;
   for (int r = 0; r < kRounds; r++) {
-    double rate = kCount / bench::seconds([&] { sink += body(); }) / 1e6;
+    double rate = kCount / lpm::seconds([&] { sink += body(); }) / 1e6;
     if (rate > best) best = rate;
   }
   return best;

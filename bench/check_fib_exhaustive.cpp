@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "lpm_clock.h"
 #include "lpm_formats.h"
-#include "lpm_keys.h"
 #include "lpm_table.h"
 #include "lpm_trie.h"
 

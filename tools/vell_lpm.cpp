@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "lpm_clock.h"
 #include "lpm_formats.h"
-#include "lpm_keys.h"
 #include "lpm_table.h"
 #include "lpm_text.h"
 #include "sc_host_default.h"

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "lpm_clock.h"
 #include "lpm_keys.h"
 #include "lpm_match.h"
 #include "lpm_text.h"

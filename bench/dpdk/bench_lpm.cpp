@@ -34,6 +34,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "lpm_clock.h"
 #include "lpm_formats.h"
 #include "lpm_keys.h"
 #include "lpm_ranges.h"

@@ -1,4 +1,4 @@
-// Lookup keys for benchmarks, and a clock.
+// Lookup keys drawn for benchmarks, from a table or the address space.
 #pragma once
 
 #include <stdint.h>
@@ -40,8 +40,5 @@ std::vector<typename Ops::Key> draw_keys(
   }
   return keys;
 }
-
-// Monotonic seconds.
-double now_seconds();
 
 }  // namespace lpm
