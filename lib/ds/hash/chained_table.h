@@ -10,14 +10,13 @@
 // The families differ only in policy, supplied as P:
 //   Table, Element               record types (fields named as in the headers)
 //   kModule, kFold, kMaxField    source name, key-hash fold, largest ksz/vsz
-//   kConstructName, kInsertName  operation names for the size checks below
 //   ctx(t), bind(t, ctx)         the table's allocator context
 //   alloc/release                records, elements and iterators
 //   alloc_buckets/free_buckets   bucket arrays
 //   linked/unlinking             hooks run as an element joins or leaves
 //   release_parts                run by destruct before the record is freed
 //   SizeArg, Addr, addr()        argument types of the family's messages
-//   k*Fmt                        the family's message and dump texts
+//   kText                        the family's message and dump texts (texts.h)
 #pragma once
 
 #include <stdint.h>
@@ -25,6 +24,7 @@
 
 #include "diag.h"
 #include "hash/key_hash.h"
+#include "hash/texts.h"
 
 namespace vds::hash {
 
@@ -87,12 +87,12 @@ struct Chained {
     while (n < hint) n <<= 1;
     if (!array_fits(n)) {
       VDS_DIAG(kFailure, P::kModule, "%s: bucket count %u too large\n",
-               P::kConstructName, hint);
+               P::kText.construct, hint);
       return nullptr;
     }
     auto *t = static_cast<T *>(P::alloc(ctx, sizeof(T)));
     if (!t) {
-      VDS_DIAG(kFailure, P::kModule, P::kRecordFailFmt,
+      VDS_DIAG(kFailure, P::kModule, P::kText.record_failed,
                typename P::SizeArg(sizeof(T)));
       return nullptr;
     }
@@ -101,7 +101,7 @@ struct Chained {
     uint32_t bytes = array_bytes(uint32_t(n));
     t->buckets = static_cast<E **>(P::alloc_buckets(ctx, bytes));
     if (!t->buckets) {
-      VDS_DIAG(kFailure, P::kModule, P::kBucketsFailFmt, int(bytes));
+      VDS_DIAG(kFailure, P::kModule, P::kText.buckets_failed, int(bytes));
       destruct(t);
       return nullptr;
     }
@@ -135,20 +135,20 @@ struct Chained {
                    uint32_t vsz, const void *extra, uint32_t extra_sz) {
     if (extra_sz && !extra) {
       VDS_DIAG(kFailure, P::kModule, "%s: extra is NULL but extra_sz is %u\n",
-               P::kInsertName, extra_sz);
+               P::kText.insert, extra_sz);
       return nullptr;
     }
     uint64_t vtotal = uint64_t(vsz) + extra_sz;
     uint64_t size = sizeof(E) + ((uint64_t(ksz) + 3) & ~uint64_t(3)) + vtotal;
     if (ksz > P::kMaxField || vtotal > P::kMaxField || size > UINT32_MAX) {
       VDS_DIAG(kFailure, P::kModule,
-               "%s: ksz %u or vsz %u + extra_sz %u too large\n", P::kInsertName,
-               ksz, vsz, extra_sz);
+               "%s: ksz %u or vsz %u + extra_sz %u too large\n",
+               P::kText.insert, ksz, vsz, extra_sz);
       return nullptr;
     }
     auto *e = static_cast<E *>(P::alloc(P::ctx(t), uint32_t(size)));
     if (!e) {
-      VDS_DIAG(kFailure, P::kModule, P::kInsertFailFmt, int(size));
+      VDS_DIAG(kFailure, P::kModule, P::kText.insert_failed, int(size));
       return nullptr;
     }
     e->table = t;
@@ -174,7 +174,7 @@ struct Chained {
   // it. An element on no chain (null pprev) is reported and left alone.
   static void remove(E *e) {
     if (!e->pprev) {
-      VDS_DIAG(kFailure, P::kModule, P::kCorruptFmt, P::addr(e));
+      VDS_DIAG(kFailure, P::kModule, P::kText.corrupt, P::addr(e));
       return;
     }
     T *t = e->table;
@@ -219,7 +219,7 @@ struct Chained {
   static It *iter_alloc(T *t) {
     auto *it = static_cast<It *>(P::alloc(P::ctx(t), sizeof(It)));
     if (!it)
-      VDS_DIAG(kFailure, P::kModule, P::kIterFailFmt,
+      VDS_DIAG(kFailure, P::kModule, P::kText.iter_failed,
                typename P::SizeArg(sizeof(It)));
     return it;
   }
@@ -268,17 +268,17 @@ struct Chained {
 
   // ---- dump ----
   static void dump(T *t) {
-    sc_printf(P::kDumpHeadFmt, P::addr(t));
+    sc_printf(P::kText.dump_head, P::addr(t));
     for (uint32_t i = 0; i < t->n_buckets; i++) {
       for (E *e = t->buckets[i]; e; e = e->next) {
         if (e->ksz != 4 || e->vsz != 4) {
-          sc_printf(P::kDumpOddFmt, P::addr(e));
+          sc_printf(P::kText.dump_odd, P::addr(e));
           continue;
         }
         const auto *k = reinterpret_cast<unsigned char *>(key_of(e));
         const auto *v = reinterpret_cast<unsigned char *>(val_of(e));
-        sc_printf(P::kDumpElemFmt, P::addr(e), k[0], k[1], k[2], k[3], v[0],
-                  v[1], v[2], v[3]);
+        sc_printf(P::kText.dump_element, P::addr(e), k[0], k[1], k[2], k[3],
+                  v[0], v[1], v[2], v[3]);
       }
     }
   }

@@ -33,10 +33,11 @@ struct HeapPolicy {
     __sc_kfree(p, bytes);
   }
 
-  static constexpr const char *kDumpHeadFmt = "hash %" PRIxPTR ":\n";
-  static constexpr const char *kDumpElemFmt =
+  // The dump texts the heap families' tables share.
+  static constexpr const char *kDumpHead = "hash %" PRIxPTR ":\n";
+  static constexpr const char *kDumpElement =
       "  elp %" PRIxPTR ": key=%02x%02x%02x%02x, val=%02x%02x%02x%02x\n";
-  static constexpr const char *kDumpOddFmt =
+  static constexpr const char *kDumpOdd =
       "  elp %" PRIxPTR ": ksz or vsz != 4!\n";
 };
 

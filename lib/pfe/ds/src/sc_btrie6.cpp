@@ -19,16 +19,16 @@ using namespace vds::trie;
 struct Btrie6 : Ipv6 {
   static constexpr const char kModule[] = "lib/pfe/ds/src/sc_btrie6";
   static constexpr Texts kText = {
-      "sc_btrie6_construct",
-      "sc_btrie6_construct: too many entries (%d > %d)\n",
-      "sc_btrie6_construct: sc_kmalloc(1, %zd) failed\n",
-      "sc_btrie6_construct: no entries given\n",
-      "sc_btrie6_construct: sc_kmalloc(%zd) failed",
-      "sc_btrie_construct: sc_kmalloc(%zd) failed",
-      "sc_btrie_construct: sc_kmalloc(%zd) failed",
-      "sc_btrie_construct: sc_kmalloc(%d) failed\n",
-      "sc_btrie6_construct: sc_kmalloc(%d) failed\n",
-      "sc_btrie6_construct: sc_kmalloc(%d) failed\n",
+      .construct = "sc_btrie6_construct",
+      .too_many = "sc_btrie6_construct: too many entries (%d > %d)\n",
+      .record_failed = "sc_btrie6_construct: sc_kmalloc(1, %zd) failed\n",
+      .no_entries = "sc_btrie6_construct: no entries given\n",
+      .entries_failed = "sc_btrie6_construct: sc_kmalloc(%zd) failed",
+      .prefixes_failed = "sc_btrie_construct: sc_kmalloc(%zd) failed",
+      .nodes_failed = "sc_btrie_construct: sc_kmalloc(%zd) failed",
+      .entries_trim_failed = "sc_btrie_construct: sc_kmalloc(%d) failed\n",
+      .prefixes_trim_failed = "sc_btrie6_construct: sc_kmalloc(%d) failed\n",
+      .nodes_trim_failed = "sc_btrie6_construct: sc_kmalloc(%d) failed\n",
   };
 
   // Printed on the console whatever the debug level.

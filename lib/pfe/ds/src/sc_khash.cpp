@@ -20,22 +20,18 @@ struct Policy : vds::hash::NoHooks {
   static constexpr const char *kModule = "lib/pfe/ds/src/sc_khash";
   static constexpr vds::hash::Fold kFold = vds::hash::Fold::kLongKeys;
   static constexpr uint32_t kMaxField = UINT16_MAX;
-  static constexpr const char *kConstructName = "sc_khash_construct";
-  static constexpr const char *kInsertName = "sc_khash_internal_insert";
-  static constexpr const char *kRecordFailFmt =
-      "sc_khash_construct: sc_szalloc(%zd) failed";
-  static constexpr const char *kBucketsFailFmt =
-      "sc_khash_construct: sc_kmalloc(%d) failed\n";
-  static constexpr const char *kInsertFailFmt =
-      "sc_khash_internal_insert: sc_szalloc(%d) failed";
-  static constexpr const char *kIterFailFmt =
-      "sc_khash_iter_construct: sc_szalloc(%zd) failed";
-  static constexpr const char *kCorruptFmt =
-      "sc_khash_internal_delete: corrupted bucket %p\n";
-  static constexpr const char *kDumpHeadFmt = "hash %p:\n";
-  static constexpr const char *kDumpElemFmt =
-      "  elp %p: key=%02x%02x%02x%02x, val=%02x%02x%02x%02x\n";
-  static constexpr const char *kDumpOddFmt = "  elp %p: ksz or vsz != 4!\n";
+  static constexpr vds::hash::Texts kText = {
+      .construct = "sc_khash_construct",
+      .insert = "sc_khash_internal_insert",
+      .record_failed = "sc_khash_construct: sc_szalloc(%zd) failed",
+      .buckets_failed = "sc_khash_construct: sc_kmalloc(%d) failed\n",
+      .insert_failed = "sc_khash_internal_insert: sc_szalloc(%d) failed",
+      .iter_failed = "sc_khash_iter_construct: sc_szalloc(%zd) failed",
+      .corrupt = "sc_khash_internal_delete: corrupted bucket %p\n",
+      .dump_head = "hash %p:\n",
+      .dump_element = "  elp %p: key=%02x%02x%02x%02x, val=%02x%02x%02x%02x\n",
+      .dump_odd = "  elp %p: ksz or vsz != 4!\n",
+  };
 
   static Addr addr(const void *p) { return p; }
   static void *ctx(const sc_khash *t) { return t->sz_ctx; }

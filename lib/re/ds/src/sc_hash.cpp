@@ -12,18 +12,18 @@ namespace {
 struct Policy : vds::hash::HeapPolicy<sc_hash, sc_hash_element>,
                 vds::hash::NoHooks {
   static constexpr const char *kModule = "lib/re/ds/src/sc_hash";
-  static constexpr const char *kConstructName = "sc_hash_construct";
-  static constexpr const char *kInsertName = "sc_hash_internal_insert";
-  static constexpr const char *kRecordFailFmt =
-      "sc_hash_construct: sc_malloc(%d) failed";
-  static constexpr const char *kBucketsFailFmt =
-      "sc_hash_construct: sc_malloc(%d) failed\n";
-  static constexpr const char *kInsertFailFmt =
-      "sc_hash_internal_insert: sc_malloc(%d) failed";
-  static constexpr const char *kIterFailFmt =
-      "sc_hash_iter_construct: sc_malloc(%d) failed";
-  static constexpr const char *kCorruptFmt =
-      "sc_hash_internal_delete: corrupted bucket %" PRIxPTR "\n";
+  static constexpr vds::hash::Texts kText = {
+      .construct = "sc_hash_construct",
+      .insert = "sc_hash_internal_insert",
+      .record_failed = "sc_hash_construct: sc_malloc(%d) failed",
+      .buckets_failed = "sc_hash_construct: sc_malloc(%d) failed\n",
+      .insert_failed = "sc_hash_internal_insert: sc_malloc(%d) failed",
+      .iter_failed = "sc_hash_iter_construct: sc_malloc(%d) failed",
+      .corrupt = "sc_hash_internal_delete: corrupted bucket %" PRIxPTR "\n",
+      .dump_head = kDumpHead,
+      .dump_element = kDumpElement,
+      .dump_odd = kDumpOdd,
+  };
 };
 
 using Core = vds::hash::Chained<Policy>;

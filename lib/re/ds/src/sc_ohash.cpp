@@ -14,18 +14,18 @@ namespace {
 
 struct Policy : vds::hash::HeapPolicy<sc_ohash, sc_ohash_element> {
   static constexpr const char *kModule = "lib/re/ds/src/sc_ohash";
-  static constexpr const char *kConstructName = "sc_ohash_construct";
-  static constexpr const char *kInsertName = "sc_ohash_internal_insert";
-  static constexpr const char *kRecordFailFmt =
-      "sc_ohash_construct: sc_malloc(%d) failed";
-  static constexpr const char *kBucketsFailFmt =
-      "sc_ohash_construct: sc_malloc(%d) failed\n";
-  static constexpr const char *kInsertFailFmt =
-      "sc_ohash_internal_insert: sc_malloc(%d) failed";
-  static constexpr const char *kIterFailFmt =
-      "sc_ohash_iter_construct: sc_malloc(%d) failed";
-  static constexpr const char *kCorruptFmt =
-      "sc_ohash_internal_delete: corrupted bucket %" PRIxPTR "\n";
+  static constexpr vds::hash::Texts kText = {
+      .construct = "sc_ohash_construct",
+      .insert = "sc_ohash_internal_insert",
+      .record_failed = "sc_ohash_construct: sc_malloc(%d) failed",
+      .buckets_failed = "sc_ohash_construct: sc_malloc(%d) failed\n",
+      .insert_failed = "sc_ohash_internal_insert: sc_malloc(%d) failed",
+      .iter_failed = "sc_ohash_iter_construct: sc_malloc(%d) failed",
+      .corrupt = "sc_ohash_internal_delete: corrupted bucket %" PRIxPTR "\n",
+      .dump_head = kDumpHead,
+      .dump_element = kDumpElement,
+      .dump_odd = kDumpOdd,
+  };
 
   // A replaced key joins the list's end, like a new one.
   static void linked(sc_ohash *t, sc_ohash_element *e) {
