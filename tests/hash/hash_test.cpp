@@ -102,7 +102,10 @@ struct Family {
       out.push_back(key + "=" + Bytes(static_cast<char *>(v), vsz));
       if (each) each(key);
     }
-    EXPECT_TRUE(F::iter_next(w, &(k = &k), 0, 0, 0) == -1 && k == &k);
+    void *const untouched = &k;  // an exhausted walk must not write the key
+    k = untouched;
+    EXPECT_EQ(F::iter_next(w, &k, 0, 0, 0), -1);
+    EXPECT_EQ(k, untouched);
     if (!it) F::iter_destruct(w);
     return out;
   }

@@ -59,11 +59,19 @@ TEST(TrieRecords, NodeWordsDecodeAsTheBitFieldsHoldThem) {
   check(vds::trie::Ipv6{});
 }
 
-TYPED_TEST(TrieTest, ReferenceTrieWordForWord) {
+// The reference set's trie, built with the defaults.
+template <class F>
+typename F::Trie *reference_trie() {
+  auto in = tt::reference_set<F>();
+  return F::construct(nullptr, in.data(), 5, 50, 0);
+}
+
+// The reference trie's node words, lookups and iteration, word for word.
+TYPED_TEST(TrieTest, ReferenceTrieStructure) {
   using F = TypeParam;
   const bool v4 = F::kWords == 1;
   auto in = tt::reference_set<F>();
-  typename F::Trie *t = F::construct(nullptr, in.data(), 5, 50, 0);
+  typename F::Trie *t = reference_trie<F>();
   ASSERT_TRUE(t);
   // Nodes as branch,skip,index: node 1 skips to where B and C differ, D's
   // leaf keeps its remaining length, the empty slots 01 and 10 name D.
@@ -93,10 +101,19 @@ TYPED_TEST(TrieTest, ReferenceTrieWordForWord) {
                     : "2,0,1 1,44,5 0,0,2 0,0,2 0,8,2 0,1,0 0,1,1 "
                       "11 10 14 14 13 1/48/11 1/32/10 1/0/14 2/48/12 2/32/10 "
                       "2/0/14 3/10/13 3/0/14 ");
+  F::destruct(t);
+}
 
+// The reference trie's statistics and dump, character for character.
+TYPED_TEST(TrieTest, ReferenceTrieReports) {
+  using F = TypeParam;
+  const bool v4 = F::kWords == 1;
+  typename F::Trie *t = reference_trie<F>();
+  ASSERT_TRUE(t);
   const uint32_t memory = sizeof(typename F::Trie) + (v4 ? 36 : 72) + 24 + 28;
   __sc_debug_level = 0;  // reports ignore the debug level
-  (F::stats(t), F::print(t));
+  F::stats(t);
+  F::print(t);
   char at[2][32];  // the trie's address as each report prints it
   snprintf(at[0], 32, "%08" PRIxPTR, reinterpret_cast<uintptr_t>(t));
   snprintf(at[1], 32, "%" PRIxPTR, reinterpret_cast<uintptr_t>(t));
@@ -126,7 +143,16 @@ TYPED_TEST(TrieTest, ReferenceTrieWordForWord) {
                 std::string(v4 ? 12 : 44, '.') +
                 "\n    0. -> 0\n    1. -> 1\n 01 -> 2\n 10 -> 2\n 11" +
                 std::string(v4 ? 22 : 8, '.') + " -> 2\n");
-  destruct_recording<F>(t);  // leaf entries, then prefix records
+  F::destruct(t);
+}
+
+// The destruct hands out every data word once: leaf entries, then prefix
+// records.
+TYPED_TEST(TrieTest, ReferenceTrieDestructHandsOutEveryDataWord) {
+  using F = TypeParam;
+  typename F::Trie *t = reference_trie<F>();
+  ASSERT_TRUE(t);
+  destruct_recording<F>(t);
   EXPECT_EQ(destroyed, (std::vector<uint32_t>{0xB, 0xC, 0xD, 0xE, 0xA}));
 }
 
