@@ -37,7 +37,7 @@ for name in "${names[@]}"; do
   if "$target" -max_total_time="$secs" -timeout=10 -print_final_stats=1 \
     -artifact_prefix="$found/" ${FUZZ_FLAGS:-} "$kept" "tests/fuzz/corpus/$name" \
     >"$log" 2>&1; then
-    grep -E '^stat::number_of_executed_units|^#[0-9]+ *DONE' "$log" | tail -2
+    grep -aE '^stat::number_of_executed_units|^#[0-9]+ *DONE' "$log" | tail -2
   else
     tail -n 30 "$log"
     echo "fuzz_$name: FINDING; reproduce with: $target $(ls -t "$found"/* | head -1)"
