@@ -8,6 +8,7 @@
 #include <bit>
 
 #include "fib/table.h"
+#include "prefetch.h"
 
 namespace vds::fib {
 
@@ -37,8 +38,6 @@ template <class S>
     if (leaf) return word;
   }
 }
-
-inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
 
 // Lookups of n keys (kWords words each) in groups that descend level by
 // level together, each level's loads prefetched by the level before, so a

@@ -10,6 +10,7 @@
 #include <bit>
 
 #include "api.h"
+#include "prefetch.h"
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
 #include "trie/ipv4.h"
@@ -19,12 +20,11 @@
 namespace {
 
 using namespace vds::trie;
+using vds::prefetch;
 
 // Walks in lock step: a typical burst of keys, so that one pass issues
 // enough prefetches to keep the core's misses in flight.
 constexpr uint32_t kGroup = 64;
-
-inline void prefetch(const void *p) { __builtin_prefetch(p, 0, 3); }
 
 // The descent takes kLevels passes whatever the walks' depths, and no
 // branch in it depends on the data: a walk that has reached its leaf keeps
