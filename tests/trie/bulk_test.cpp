@@ -26,17 +26,7 @@ TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
       typename F::Trie *t =
           F::construct(nullptr, in.data(), uint32_t(in.size()), 50, root);
       ASSERT_NE(t, nullptr);
-      // Keys inside, at the edges of and just outside each prefix, and
-      // random ones, shuffled so walks of different depths share a group.
-      std::vector<Addr> keys;
-      for (auto &e : in) {
-        Addr first = F::addr(e), last = tt::cut<F>(first, e.len, true);
-        keys.insert(keys.end(), {first, last, tt::step<F>(first, -1),
-                                 tt::step<F>(last, 1)});
-      }
-      for (int i = 0; i < 300; ++i)
-        keys.push_back(tt::cut<F>(tt::random_addr(rng), F::kBits));
-      std::shuffle(keys.begin(), keys.end(), rng);
+      std::vector<Addr> keys = tt::probe_keys<F>(in, 300, rng);
 
       auto all = tt::lpmatch_bulk<F>(t, keys, 0, keys.size());
       for (size_t i = 0; i < keys.size(); ++i) {

@@ -185,4 +185,21 @@ std::vector<uint32_t> fib_bulk(const typename F::Fib *f,
   return bulk<F>(F::fib_lookup_bulk, f, keys, from, n);
 }
 
+// Each prefix's first and last address and their outside neighbours, then
+// `randoms` random keys, shuffled so walks of every depth share a batch.
+template <class F>
+std::vector<Addr> probe_keys(const std::vector<typename F::Entry> &in,
+                             int randoms, std::mt19937 &rng) {
+  std::vector<Addr> keys;
+  for (auto &e : in) {
+    Addr first = F::addr(e), last = cut<F>(first, e.len, true);
+    keys.insert(keys.end(),
+                {first, last, step<F>(first, -1), step<F>(last, 1)});
+  }
+  for (int i = 0; i < randoms; ++i)
+    keys.push_back(cut<F>(random_addr(rng), F::kBits));
+  std::shuffle(keys.begin(), keys.end(), rng);
+  return keys;
+}
+
 }  // namespace tt

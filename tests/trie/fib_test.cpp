@@ -26,23 +26,6 @@ bool covered(const std::vector<typename F::Entry> &in, const Addr &k) {
   });
 }
 
-// Each prefix's first and last address and their outside neighbours, then
-// random keys, shuffled so walks of every depth share a batch.
-template <class F>
-std::vector<Addr> probe_keys(const std::vector<typename F::Entry> &in,
-                             std::mt19937 &rng) {
-  std::vector<Addr> keys;
-  for (auto &e : in) {
-    Addr first = F::addr(e), last = tt::cut<F>(first, e.len, true);
-    keys.insert(keys.end(),
-                {first, last, tt::step<F>(first, -1), tt::step<F>(last, 1)});
-  }
-  for (int i = 0; i < 400; ++i)
-    keys.push_back(tt::cut<F>(tt::random_addr(rng), F::kBits));
-  std::shuffle(keys.begin(), keys.end(), rng);
-  return keys;
-}
-
 // Builds the trie and the table, destructs the trie, and checks every
 // key's single and bulk answer (all batch lengths up to 97) against what the
 // trie answered: its data where a prefix covers the key, else miss.
@@ -56,7 +39,7 @@ void check_table(const std::vector<typename F::Entry> &in, uint32_t miss,
   ASSERT_NE(t, nullptr);
   typename F::Fib *f = F::fib_construct(nullptr, t, miss);
   ASSERT_NE(f, nullptr);
-  std::vector<Addr> keys = probe_keys<F>(in, rng);
+  std::vector<Addr> keys = tt::probe_keys<F>(in, 400, rng);
   std::vector<uint32_t> want;
   for (const Addr &k : keys) {
     uint32_t d = F::lpmatch(t, k);
