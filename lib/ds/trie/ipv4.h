@@ -10,9 +10,7 @@
 namespace vds::trie {
 
 struct Ipv4 : Records<sc_btrie, sc_btrie_entry, sc_btrie_prefix, sc_btrie_node,
-                      sc_btrie_iter, sc_btrie_item, 5, 5> {
-  static constexpr uint32_t kWords = 1;
-  static constexpr uint32_t kBits = 32;
+                      sc_btrie_iter, sc_btrie_item, 1, 5, 5> {
   static constexpr uint32_t kNone = SC_BTRIE_NO_PREFIX;
   // Positions in the node array must stay below this (22-bit index).
   static constexpr uint32_t kIndexLimit = 1u << 22;

@@ -10,9 +10,7 @@
 namespace vds::trie {
 
 struct Ipv6 : Records<sc_btrie6, sc_btrie6_entry, sc_btrie6_prefix,
-                      sc_btrie6_node, sc_btrie6_iter, sc_btrie6_item, 4, 7> {
-  static constexpr uint32_t kWords = 4;
-  static constexpr uint32_t kBits = 128;
+                      sc_btrie6_node, sc_btrie6_iter, sc_btrie6_item, 4, 4, 7> {
   static constexpr uint32_t kNone = SC_BTRIE6_NO_PREFIX;
   // Positions in the node array must stay below this (21-bit index).
   static constexpr uint32_t kIndexLimit = 1u << 21;

@@ -3,8 +3,8 @@
 //
 // A key is passed as its address words, most significant first (one word
 // for IPv4, four for IPv6). The walk allocates nothing and does not
-// recurse: per level it reads the branch bits from one key word (key_bits),
-// adds them to the node's index and loads the child's node word.
+// recurse: per level it takes the child the key chooses (Records::child)
+// and loads that child's node word.
 #pragma once
 
 #include <stdint.h>
@@ -36,9 +36,11 @@ inline uint32_t lpmatch(const typename L::Trie *t, const uint32_t *key) {
   if (!t->nodes) return 0;
   typename L::Node n = t->nodes[0];
   uint32_t pos = L::skip(n);
-  while (uint32_t b = L::branch(n)) {
-    n = t->nodes[L::index(n) + key_bits<L::kWords>(key, pos, b)];
-    pos += b + L::skip(n);
+  while (!L::leaf(n)) {
+    uint32_t next = L::child(n, key, pos);
+    pos += L::branch(n);
+    n = t->nodes[next];
+    pos += L::skip(n);
   }
   return walk_resolve<L>(t, key, n);
 }

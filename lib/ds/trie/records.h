@@ -6,6 +6,8 @@
 
 #include <bit>
 
+#include "trie/bits.h"
+
 namespace vds::trie {
 
 // A node is one 32-bit word, decoded from one load; the records' bit-fields
@@ -18,13 +20,15 @@ namespace vds::trie {
 //
 // branch: the number of address bits the node consumes; 0 marks a leaf.
 // index:  an internal node's children are the 2^branch words from index
-//         on, the child for slot v at index + v (v from key_bits); a leaf's
+//         on, the child for slot v at index + v (child() below); a leaf's
 //         index is its entry's position.
 // skip:   address bits passed over before this node's branch bits (on a
 //         leaf, the entry's remaining length kept to the field's width).
 template <class TrieT, class EntryT, class PrefixT, class NodeT, class IterT,
-          class ItemT, uint32_t BranchBits, uint32_t SkipBits>
+          class ItemT, uint32_t Words, uint32_t BranchBits, uint32_t SkipBits>
 struct Records {
+  static constexpr uint32_t kWords = Words;  // address words
+  static constexpr uint32_t kBits = 32 * Words;
   using Trie = TrieT;
   using Entry = EntryT;
   using Prefix = PrefixT;
@@ -43,6 +47,16 @@ struct Records {
   static uint32_t skip(Node n) { return skip(word(n)); }
   static uint32_t index(Node n) { return index(word(n)); }
   static bool leaf(uint32_t w) { return branch(w) == 0; }
+  static bool leaf(Node n) { return leaf(word(n)); }
+  // Position in the node array of the child a key chooses at an internal
+  // node whose branch bits start at address position pos. On a leaf it is
+  // the leaf's own index (key_bits of 0 bits is 0), never out of the key.
+  static uint32_t child(uint32_t w, const uint32_t *key, uint32_t pos) {
+    return index(w) + key_bits<Words>(key, pos, branch(w));
+  }
+  static uint32_t child(Node n, const uint32_t *key, uint32_t pos) {
+    return child(word(n), key, pos);
+  }
   // Values wider than a field keep their low bits (a leaf's skip is the
   // entry's remaining length kept to the field's width).
   static Node make_node(uint32_t branch, uint32_t skip, uint32_t index) {

@@ -52,12 +52,11 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
     const uint32_t *key = keys + base * L::kWords;
     // Chooses the child (a leaf stays put) and prefetches its word.
     auto advance = [&](uint32_t j) {
-      uint32_t b = L::branch(w[j]);
-      // On a leaf b is 0 and its meaningless position reads within the key.
-      uint32_t bits = key_bits<L::kWords>(key + j * L::kWords, pos[j], b);
+      // On a leaf the meaningless position still reads within the key.
+      uint32_t next = L::child(w[j], key + j * L::kWords, pos[j]);
       uint32_t stay = 0u - L::leaf(w[j]);  // all ones on a leaf
-      at[j] = ((L::index(w[j]) + bits) & ~stay) | (at[j] & stay);
-      pos[j] += b;
+      at[j] = (next & ~stay) | (at[j] & stay);
+      pos[j] += L::branch(w[j]);
       prefetch(&nodes[at[j]]);
     };
     auto load = [&](uint32_t j) {
