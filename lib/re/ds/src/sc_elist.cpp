@@ -10,6 +10,48 @@ namespace {
 
 constexpr const char kModule[] = "lib/re/ds/src/sc_elist";
 
+// The list seen from one of its ends: End is that end, Other the opposite
+// one; a node's Out link points towards End, its In link away from it. The
+// front and the back are the same operations over mirrored links.
+template <auto End, auto Other, auto Out, auto In>
+struct Side {
+  static void push(sc_elist *l, sc_elist_node *n) {
+    n->*Out = nullptr;
+    n->*In = l->*End;
+    if (l->*End)
+      (l->*End)->*Out = n;
+    else
+      l->*Other = n;
+    l->*End = n;
+    l->size++;
+  }
+  // n next to pos on End's side; an end position is a push.
+  static void insert_beside(sc_elist *l, sc_elist_node *pos, sc_elist_node *n) {
+    if (!(pos->*Out)) return push(l, n);
+    n->*Out = pos->*Out;
+    n->*In = pos;
+    (pos->*Out)->*In = n;
+    pos->*Out = n;
+    l->size++;
+  }
+  static sc_elist_node *pop(sc_elist *l) {
+    sc_elist_node *n = l->*End;
+    if (!n) return nullptr;
+    l->*End = n->*In;
+    if (l->*End)
+      (l->*End)->*Out = nullptr;
+    else
+      l->*Other = nullptr;
+    n->next = n->prev = nullptr;
+    l->size--;
+    return n;
+  }
+};
+using Back = Side<&sc_elist::tail, &sc_elist::head, &sc_elist_node::next,
+                  &sc_elist_node::prev>;
+using Front = Side<&sc_elist::head, &sc_elist::tail, &sc_elist_node::prev,
+                   &sc_elist_node::next>;
+
 }  // namespace
 
 VDS_API sc_elist *sc_elist_construct(const char *name) {
@@ -32,49 +74,25 @@ VDS_API sc_elist *sc_elist_construct(const char *name) {
 VDS_API void sc_elist_destruct(sc_elist *l) { __sc_kfree(l, sizeof(sc_elist)); }
 
 VDS_API int sc_elist_push_back(sc_elist *l, sc_elist_node *n) {
-  n->next = nullptr;
-  n->prev = l->tail;
-  if (l->tail)
-    l->tail->next = n;
-  else
-    l->head = n;
-  l->tail = n;
-  l->size++;
+  Back::push(l, n);
   return 1;
 }
 
 VDS_API int sc_elist_push_front(sc_elist *l, sc_elist_node *n) {
-  n->prev = nullptr;
-  n->next = l->head;
-  if (l->head)
-    l->head->prev = n;
-  else
-    l->tail = n;
-  l->head = n;
-  l->size++;
+  Front::push(l, n);
   return 1;
 }
 
 // Both inserts decide whether pos is an end from pos's own links.
 VDS_API int sc_elist_insert_after(sc_elist *l, sc_elist_node *pos,
                                   sc_elist_node *n) {
-  if (!pos->next) return sc_elist_push_back(l, n);
-  n->next = pos->next;
-  n->prev = pos;
-  pos->next->prev = n;
-  pos->next = n;
-  l->size++;
+  Back::insert_beside(l, pos, n);
   return 1;
 }
 
 VDS_API int sc_elist_insert_before(sc_elist *l, sc_elist_node *pos,
                                    sc_elist_node *n) {
-  if (!pos->prev) return sc_elist_push_front(l, n);
-  n->next = pos;
-  n->prev = pos->prev;
-  pos->prev->next = n;
-  pos->prev = n;
-  l->size++;
+  Front::insert_beside(l, pos, n);
   return 1;
 }
 
@@ -93,31 +111,9 @@ VDS_API int sc_elist_append(sc_elist *dst, sc_elist *src) {
   return 1;
 }
 
-VDS_API sc_elist_node *sc_elist_pop_front(sc_elist *l) {
-  sc_elist_node *n = l->head;
-  if (!n) return nullptr;
-  l->head = n->next;
-  if (l->head)
-    l->head->prev = nullptr;
-  else
-    l->tail = nullptr;
-  n->next = n->prev = nullptr;
-  l->size--;
-  return n;
-}
+VDS_API sc_elist_node *sc_elist_pop_front(sc_elist *l) { return Front::pop(l); }
 
-VDS_API sc_elist_node *sc_elist_pop_back(sc_elist *l) {
-  sc_elist_node *n = l->tail;
-  if (!n) return nullptr;
-  l->tail = n->prev;
-  if (l->tail)
-    l->tail->next = nullptr;
-  else
-    l->head = nullptr;
-  n->next = n->prev = nullptr;
-  l->size--;
-  return n;
-}
+VDS_API sc_elist_node *sc_elist_pop_back(sc_elist *l) { return Back::pop(l); }
 
 VDS_API int sc_elist_remove(sc_elist *l, sc_elist_node *n) {
   if (n == l->head) {
