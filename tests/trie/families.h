@@ -65,7 +65,10 @@ Addr cut(Addr a, uint32_t len, bool ones = false) {
   for (uint32_t w = 0; w < 4; ++w) {
     uint32_t keep = std::clamp(int(len) - 32 * int(w), 0, 32);
     uint32_t mask = uint32_t(~0ull << (32 - keep));
-    a[w] = w >= F::words ? 0 : ones ? a[w] | ~mask : a[w] & mask;
+    if (w >= F::words)
+      a[w] = 0;  // beyond the family's width
+    else
+      a[w] = ones ? a[w] | ~mask : a[w] & mask;
   }
   return a;
 }
@@ -73,8 +76,11 @@ Addr cut(Addr a, uint32_t len, bool ones = false) {
 // a + 1 or a - 1 over the family's width (wrapping).
 template <class F>
 Addr step(Addr a, int delta) {
-  for (int w = int(F::words) - 1; w >= 0; --w)
-    if ((a[w] += uint32_t(delta)) != (delta > 0 ? 0 : ~0u)) break;  // no carry
+  for (int w = int(F::words) - 1; w >= 0; --w) {
+    a[w] += uint32_t(delta);
+    bool carry = delta > 0 ? a[w] == 0 : a[w] == ~0u;  // the word wrapped
+    if (!carry) break;
+  }
   return a;
 }
 
