@@ -8,10 +8,8 @@
 #include <vector>
 
 #include "lpm_clock.h"
-#include "lpm_trie.h"
-#include "sc_btrie.h"
-#include "sc_btrie6.h"
 #include "sc_host_default.h"
+#include "vell/trie_family.hpp"
 
 namespace {
 
@@ -90,10 +88,10 @@ struct Result {
   uint64_t check;
 };
 
-template <class Ops, class Build, class Keys>
+template <class F, class Build, class Keys>
 Result measure(Build build, const Keys &random_keys, const Keys &table_keys) {
   Result r{};
-  typename Ops::Trie *t = nullptr;
+  typename F::trie *t = nullptr;
   r.build_s = lpm::seconds([&] { t = build(); });
   if (!t) {
     fprintf(stderr, "construction failed\n");
@@ -108,14 +106,14 @@ Result measure(Build build, const Keys &random_keys, const Keys &table_keys) {
     double best = 1e9;
     for (int rep = 0; rep < 3; ++rep) {
       double e = lpm::seconds([&] {
-        for (const auto &k : keys) r.check += Ops::lookup(t, k);
+        for (const auto &k : keys) r.check += F::lpmatch(t, F::c_key(k));
       });
       if (e < best) best = e;
     }
     (pass ? r.table_mlps : r.random_mlps) = keys.size() / best / 1e6;
   }
-  r.memory = Ops::memory(t);
-  Ops::destruct(t);
+  r.memory = F::memory_usage(t);
+  F::destruct(t);
   return r;
 }
 
@@ -147,7 +145,7 @@ int main() {
     k = e.addr | (uint32_t(rng()) & ~mask(e.len));
   }
   for (uint32_t root : {0u, 16u}) {
-    auto r = measure<lpm::Ops4>(
+    auto r = measure<vell::trie4_family>(
         [&] { return sc_btrie_construct(ctx, v4.data(), n4, 50, root); },
         random4, table4);
     report("IPv4", n4, 50, root, r);
@@ -155,7 +153,7 @@ int main() {
 
   const uint32_t n6 = 100000;
   auto v6 = ipv6_table(n6, rng);
-  std::vector<lpm::Ops6::Key> random6(kKeys), table6(kKeys);
+  std::vector<vell::trie6_family::key> random6(kKeys), table6(kKeys);
   for (auto &k : random6)
     k = {{0x20000000 | (uint32_t(rng()) & 0x1FFFFFFF), uint32_t(rng()),
           uint32_t(rng()), uint32_t(rng())}};
@@ -166,7 +164,7 @@ int main() {
       k[1] |= uint32_t(rng()) & ~(e.len > 32 ? mask(e.len - 32) : 0);
   }
   for (uint32_t root : {0u, 12u}) {
-    auto r = measure<lpm::Ops6>(
+    auto r = measure<vell::trie6_family>(
         [&] { return sc_btrie6_construct(ctx, v6.data(), n6, 50, root); },
         random6, table6);
     report("IPv6", n6, 50, root, r);

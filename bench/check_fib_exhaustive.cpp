@@ -27,10 +27,11 @@ int main(int argc, char **argv) {
   }
   for (const std::string &w : warnings)
     fprintf(stderr, "check_fib_exhaustive: warning: %s\n", w.c_str());
-  keep_first_of_duplicates<Ops4>(table.v4);
-  Ops4::Trie *t = Ops4::construct(
-      table.v4.data(), static_cast<uint32_t>(table.v4.size()), 50, 16);
-  Ops4::Fib *f = t ? Ops4::fib_construct(t, 0) : nullptr;
+  using F = vell::trie4_family;
+  keep_first_of_duplicates<F>(table.v4);
+  F::trie *t = F::construct(nullptr, table.v4.data(),
+                            static_cast<uint32_t>(table.v4.size()), 50, 16);
+  F::fib *f = t ? F::fib_construct(nullptr, t, 0) : nullptr;
   if (!f) {
     fprintf(stderr, "check_fib_exhaustive: trie or fib not built\n");
     return 1;
@@ -42,11 +43,11 @@ int main(int argc, char **argv) {
   for (uint64_t base = 0; base < (uint64_t{1} << 32); base += kChunk) {
     for (uint32_t i = 0; i < kChunk; ++i)
       keys[i] = static_cast<uint32_t>(base + i);
-    Ops4::lookup_bulk(t, keys.data(), want.data(), kChunk);
+    F::lpmatch_bulk(t, keys.data(), want.data(), kChunk);
     for (uint32_t i = 0; i < kChunk; i += 64)
-      Ops4::fib_lookup_bulk(f, &keys[i], &bulk[i], 64);
+      F::fib_lookup_bulk(f, &keys[i], &bulk[i], 64);
     for (uint32_t i = 0; i < kChunk; ++i) {
-      uint32_t one = Ops4::fib_lookup(f, keys[i]);
+      uint32_t one = F::fib_lookup(f, keys[i]);
       if ((one != want[i] || bulk[i] != want[i]) && differ++ < 10)
         printf("key %08x: trie %u, fib %u, fib bulk %u\n", keys[i], want[i],
                one, bulk[i]);
@@ -55,7 +56,7 @@ int main(int argc, char **argv) {
   printf("%zu prefixes, 2^32 keys in %.0f s: %llu answers differ\n",
          table.v4.size(), now_seconds() - t0,
          static_cast<unsigned long long>(differ));
-  Ops4::fib_destruct(f);
-  Ops4::destruct(t);
+  F::fib_destruct(f);
+  F::destruct(t);
   return differ ? 1 : 0;
 }

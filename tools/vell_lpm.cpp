@@ -99,12 +99,13 @@ Options parse_options(int argc, char **argv) {
       size_t comma = v.find(',');
       o.root_branch[0] = static_cast<uint32_t>(
           number_arg("--root-branch", v.substr(0, comma).c_str(), 0,
-                     Ops4::kMaxRootBranch));
-      o.root_branch[1] = comma == std::string::npos
-                             ? std::min(o.root_branch[0], Ops6::kMaxRootBranch)
-                             : static_cast<uint32_t>(number_arg(
-                                   "--root-branch", v.substr(comma + 1).c_str(),
-                                   0, Ops6::kMaxRootBranch));
+                     max_root_branch<vell::trie4_family>));
+      o.root_branch[1] =
+          comma == std::string::npos
+              ? std::min(o.root_branch[0], max_root_branch<vell::trie6_family>)
+              : static_cast<uint32_t>(
+                    number_arg("--root-branch", v.substr(comma + 1).c_str(), 0,
+                               max_root_branch<vell::trie6_family>));
     } else if (a == "--format") {
       const char *name = value();
       if (!format_named(name, o.format))
@@ -207,8 +208,8 @@ int main(int argc, char **argv) {
   }
   Table table = load_tables(o);
   Words words{table, o.json};
-  FamilyTrie<Ops4> v4(table.v4, o, words);
-  FamilyTrie<Ops6> v6(table.v6, o, words);
+  FamilyTrie<vell::trie4_family> v4(table.v4, o, words);
+  FamilyTrie<vell::trie6_family> v6(table.v6, o, words);
   v4.status();
   v6.status();
   if (o.json && (o.stats || o.bench)) json_report(o, v4, v6);

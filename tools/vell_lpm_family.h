@@ -29,55 +29,56 @@ inline void put_line(const std::string &line) {
 
 // One family's trie and the forwarding table compiled from it, which
 // answers the lookups, with what the tool knows beside them.
-template <typename Ops>
+template <typename F>
 struct FamilyTrie {
-  const std::vector<typename Ops::Entry> &entries;
+  static constexpr Family family = family_of<F>;
+  const std::vector<typename F::entry> &entries;
   const Words &words;
-  typename Ops::Trie *trie = nullptr;
-  typename Ops::Fib *fib = nullptr;
+  typename F::trie *trie = nullptr;
+  typename F::fib *fib = nullptr;
   uint32_t miss = 0;  // the fib's answer where no prefix matches
   double build_seconds = 0, fib_seconds = 0;
   PrefixIndex index;
   size_t duplicates;  // repeated prefixes dropped before the build
 
-  FamilyTrie(std::vector<typename Ops::Entry> &e, const Options &o,
+  FamilyTrie(std::vector<typename F::entry> &e, const Options &o,
              const Words &w)
       : entries(e),
         words(w),
-        index(Ops::family, prefixes_of(e)),
-        duplicates(keep_first_of_duplicates<Ops>(e)) {
+        index(family, prefixes_of(e)),
+        duplicates(keep_first_of_duplicates<F>(e)) {
     if (e.empty()) return;  // lookups then find nothing
     // The IPv6 constructor refuses a larger table on the console, where the
     // refusal would mix with the answers: refuse it here first.
-    if (Ops::family == Family::v6 && e.size() > Ops::kMaxEntries)
-      fail("the IPv6 trie takes at most " + std::to_string(Ops::kMaxEntries) +
+    if (family == Family::v6 && e.size() > F::max_entries)
+      fail("the IPv6 trie takes at most " + std::to_string(F::max_entries) +
            " prefixes; the tables hold " + std::to_string(e.size()));
     double t0 = now_seconds();
-    trie = Ops::construct(
-        e.data(), static_cast<uint32_t>(e.size()), o.fill,
-        root_branch(o.root_branch[Ops::family == Family::v6], e.size()));
+    trie = F::construct(
+        nullptr, e.data(), static_cast<uint32_t>(e.size()), o.fill,
+        root_branch(o.root_branch[family == Family::v6], e.size()));
     build_seconds = now_seconds() - t0;
     if (!trie)
-      fail("cannot build the " + std::string(family_name(Ops::family)) +
+      fail("cannot build the " + std::string(family_name(family)) +
            " trie of " + std::to_string(e.size()) +
            " prefixes; the library reports: " + take_library_diagnostics());
     miss = unused_word(e);
     t0 = now_seconds();
-    fib = Ops::fib_construct(trie, miss);
+    fib = F::fib_construct(nullptr, trie, miss);
     fib_seconds = now_seconds() - t0;
     if (!fib)
-      fail("cannot compile the " + std::string(family_name(Ops::family)) +
+      fail("cannot compile the " + std::string(family_name(family)) +
            " forwarding table; the library reports: " +
            take_library_diagnostics());
   }
   ~FamilyTrie() {
-    Ops::fib_destruct(fib);
-    Ops::destruct(trie);
+    F::fib_destruct(fib);
+    F::destruct(trie);
   }
 
   // A data word no entry holds, so that a miss never reads as a stored
   // word: the largest such.
-  static uint32_t unused_word(const std::vector<typename Ops::Entry> &e) {
+  static uint32_t unused_word(const std::vector<typename F::entry> &e) {
     std::vector<uint32_t> used;
     used.reserve(e.size());
     for (const auto &x : e) used.push_back(x.data);
@@ -94,25 +95,24 @@ struct FamilyTrie {
     if (chosen != kAutoRootBranch) return chosen;
     uint32_t log2 = static_cast<uint32_t>(std::bit_width(n)) - 1;
     return std::min(
-        {log2 > 2 ? log2 - 2 : 0, kMaxAutoRootBranch, Ops::kMaxRootBranch});
+        {log2 > 2 ? log2 - 2 : 0, kMaxAutoRootBranch, max_root_branch<F>});
   }
 
   static std::vector<Prefix> prefixes_of(
-      const std::vector<typename Ops::Entry> &e) {
+      const std::vector<typename F::entry> &e) {
     std::vector<Prefix> p;
     p.reserve(e.size());
-    for (const auto &x : e)
-      p.push_back({Ops::entry_addr(x), Ops::entry_len(x)});
+    for (const auto &x : e) p.push_back({entry_addr<F>(x), x.len});
     return p;
   }
 
   static std::string prefix_text(const Addr &a, unsigned len) {
-    return format_addr(Ops::family, a) + "/" + std::to_string(len);
+    return format_addr(family, a) + "/" + std::to_string(len);
   }
 
   // Counts, build time and ignored duplicates, on stderr.
   void status() const {
-    const char *name = family_name(Ops::family);
+    const char *name = family_name(family);
     if (!trie) {
       fprintf(stderr, "vell-lpm: %s: no prefixes\n", name);
       return;
@@ -120,8 +120,8 @@ struct FamilyTrie {
     fprintf(stderr,
             "vell-lpm: %s: %zu prefixes, trie built in %.1f ms, %u bytes; "
             "forwarding table compiled in %.1f ms, %u bytes\n",
-            name, entries.size(), build_seconds * 1e3, Ops::memory(trie),
-            fib_seconds * 1e3, Ops::fib_memory(fib));
+            name, entries.size(), build_seconds * 1e3, F::memory_usage(trie),
+            fib_seconds * 1e3, F::fib_memory_usage(fib));
     if (duplicates)
       fprintf(stderr,
               "vell-lpm: %s: %zu repeated prefixes ignored (the first line "
@@ -134,16 +134,16 @@ struct FamilyTrie {
     return std::string("{\"prefixes\": ") + std::to_string(entries.size()) +
            ", \"duplicates\": " + std::to_string(duplicates) +
            ", \"build_ms\": " + std::to_string(build_seconds * 1e3) +
-           ", \"bytes\": " + std::to_string(trie ? Ops::memory(trie) : 0) +
+           ", \"bytes\": " + std::to_string(trie ? F::memory_usage(trie) : 0) +
            ", \"fib_build_ms\": " + std::to_string(fib_seconds * 1e3) +
            ", \"fib_bytes\": " +
-           std::to_string(fib ? Ops::fib_memory(fib) : 0) + "}";
+           std::to_string(fib ? F::fib_memory_usage(fib) : 0) + "}";
   }
 
   void report(const Options &o) {
     if (!trie) return;
-    if (o.stats && !o.json) Ops::print_stats(trie);
-    if (o.print) Ops::print(trie);
+    if (o.stats && !o.json) F::print_stats(trie);
+    if (o.print) F::print(trie);
     if (o.list || o.by_origin) list(o);
     fflush(stdout);
   }
@@ -158,13 +158,13 @@ struct FamilyTrie {
       auto operator<=>(const Item &) const = default;
     };
     std::vector<Item> items;
-    bool ok = Ops::for_each_item(
-        trie, [&](const Addr &a, unsigned len, uint32_t data) {
+    bool ok =
+        for_each_item<F>(trie, [&](const Addr &a, unsigned len, uint32_t data) {
           if (o.list || data == o.origin)
             items.push_back({mask_to(a, len), len, data});
         });
     if (!ok)
-      fail("cannot list the " + std::string(family_name(Ops::family)) +
+      fail("cannot list the " + std::string(family_name(family)) +
            " trie; the library reports: " + take_library_diagnostics());
     std::sort(items.begin(), items.end());
     items.erase(std::unique(items.begin(), items.end()), items.end());
@@ -174,16 +174,17 @@ struct FamilyTrie {
 
   // Answered by the forwarding table; the index names the matching prefix.
   void lookup(const Addr &addr) const {
-    uint32_t data = fib ? Ops::fib_lookup(fib, Ops::addr_key(addr)) : miss;
+    uint32_t data =
+        fib ? F::fib_lookup(fib, F::c_key(addr_key<F>(addr))) : miss;
     Prefix match;
     std::string prefix;
     bool hit = data != miss;
     if (hit != index.longest(addr, match))
       fail("the forwarding table and the prefix index disagree on " +
-           format_addr(Ops::family, addr));
+           format_addr(family, addr));
     if (hit) prefix = prefix_text(match.addr, match.len);
-    put_line(words.answer(format_addr(Ops::family, addr),
-                          hit ? &prefix : nullptr, data));
+    put_line(
+        words.answer(format_addr(family, addr), hit ? &prefix : nullptr, data));
   }
 
   // Times n lookups of the trie and of the forwarding table, single and in
@@ -192,7 +193,7 @@ struct FamilyTrie {
   // as one JSON object.
   std::string bench(uint64_t n, bool as_json) const {
     if (!trie) return as_json ? "null" : "";
-    auto keys = draw_keys<Ops>(entries, n);
+    auto keys = draw_keys<F>(entries, n);
     struct Rates {
       double single, bulk;
     };
@@ -211,24 +212,26 @@ struct FamilyTrie {
       double nd = static_cast<double>(n);
       return Rates{nd / (t1 - t0) / 1e6, nd / (t2 - t1) / 1e6};
     };
-    for (uint64_t i = 0; i < n; ++i) want[i] = Ops::lookup(trie, keys[i]);
-    Rates t = time([&](const auto &k) { return Ops::lookup(trie, k); },
+    for (uint64_t i = 0; i < n; ++i)
+      want[i] = F::lpmatch(trie, F::c_key(keys[i]));
+    Rates t = time([&](const auto &k) { return F::lpmatch(trie, F::c_key(k)); },
                    [&](const auto *k, uint32_t *d, uint32_t m) {
-                     Ops::lookup_bulk(trie, k, d, m);
+                     F::lpmatch_bulk(trie, F::c_keys(k), d, m);
                    });
     for (uint64_t i = 0; i < n; ++i) {
-      want[i] = Ops::fib_lookup(fib, keys[i]);
+      want[i] = F::fib_lookup(fib, F::c_key(keys[i]));
       hits += want[i] != miss;
       differ += (want[i] == miss ? 0 : want[i]) != single[i];
     }
-    Rates f = time([&](const auto &k) { return Ops::fib_lookup(fib, k); },
-                   [&](const auto *k, uint32_t *d, uint32_t m) {
-                     Ops::fib_lookup_bulk(fib, k, d, m);
-                   });
+    Rates f =
+        time([&](const auto &k) { return F::fib_lookup(fib, F::c_key(k)); },
+             [&](const auto *k, uint32_t *d, uint32_t m) {
+               F::fib_lookup_bulk(fib, F::c_keys(k), d, m);
+             });
     if (differ) fail(std::to_string(differ) + " lookup results differ");
     double nd = static_cast<double>(n),
            np = static_cast<double>(entries.size());
-    double tm = Ops::memory(trie), fm = Ops::fib_memory(fib);
+    double tm = F::memory_usage(trie), fm = F::fib_memory_usage(fib);
     double matched = 100.0 * static_cast<double>(hits) / nd;
     char buf[1024];
     if (as_json)
@@ -249,10 +252,10 @@ struct FamilyTrie {
                "single %6.2f M/s, bulk %6.2f M/s\n"
                "  fib:  build %7.1f ms, memory %6.2f MB (%4.1f B per prefix), "
                "single %6.2f M/s, bulk %6.2f M/s\n",
-               family_name(Ops::family), static_cast<unsigned long long>(n),
-               matched, kBulkBatch, build_seconds * 1e3, tm / 1048576.0,
-               tm / np, t.single, t.bulk, fib_seconds * 1e3, fm / 1048576.0,
-               fm / np, f.single, f.bulk);
+               family_name(family), static_cast<unsigned long long>(n), matched,
+               kBulkBatch, build_seconds * 1e3, tm / 1048576.0, tm / np,
+               t.single, t.bulk, fib_seconds * 1e3, fm / 1048576.0, fm / np,
+               f.single, f.bulk);
     return buf;
   }
 };

@@ -98,10 +98,10 @@ void progress(const char *fmt, ...) {
 // The share of prefixes that lie inside another prefix of the table: in
 // address order each prefix follows those that enclose it, which a stack
 // of the enclosing chain tracks.
-template <class Ops>
-double nested_pct(const std::vector<typename Ops::Entry> &in) {
+template <class F>
+double nested_pct(const std::vector<typename F::entry> &in) {
   std::vector<Prefix> p;
-  for (const auto &e : in) p.push_back({Ops::entry_addr(e), Ops::entry_len(e)});
+  for (const auto &e : in) p.push_back({entry_addr<F>(e), e.len});
   std::sort(p.begin(), p.end(), [](const Prefix &a, const Prefix &b) {
     return a.addr != b.addr ? a.addr < b.addr : a.len < b.len;
   });
@@ -229,16 +229,16 @@ auto in_batches(LookupBulk lookup_bulk) {
   };
 }
 
-template <class Ops>
-void run_case(const char *title, std::vector<typename Ops::Entry> in,
+template <class F>
+void run_case(const char *title, std::vector<typename F::entry> in,
               size_t n_keys, unsigned threads, bool peer_ready) {
-  size_t dropped = keep_first_of_duplicates<Ops>(in);
+  size_t dropped = keep_first_of_duplicates<F>(in);
   densify(in);
-  using Keys = std::vector<typename Ops::Key>;
-  Keys uniform = draw_keys<Ops>(in, n_keys, KeyMix::uniform);
-  Keys inside = draw_keys<Ops>(in, n_keys, KeyMix::inside);
+  using Keys = std::vector<typename F::key>;
+  Keys uniform = draw_keys<F>(in, n_keys, KeyMix::uniform);
+  Keys inside = draw_keys<F>(in, n_keys, KeyMix::inside);
   std::vector<uint32_t> want_uniform, want_inside;
-  results.push_back({title, in.size(), nested_pct<Ops>(in), {}});
+  results.push_back({title, in.size(), nested_pct<F>(in), {}});
   Case &c = results.back();
   printf(
       "\n%s: %zu prefixes (%zu repeated ones dropped), %.1f%% of them inside "
@@ -249,50 +249,52 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
 
   Row trie{"vell trie", 0, 0, {}, {}}, fib{"vell fib", 0, 0, {}, {}};
   double t0 = now_seconds();
-  typename Ops::Trie *t =
-      Ops::construct(in.data(), static_cast<uint32_t>(in.size()), kFill,
-                     Ops::family == Family::v4 ? kRootBranch4 : kRootBranch6);
+  typename F::trie *t =
+      F::construct(nullptr, in.data(), static_cast<uint32_t>(in.size()), kFill,
+                   F::words == 1 ? kRootBranch4 : kRootBranch6);
   trie.build_ms = (now_seconds() - t0) * 1e3;
   if (!t) {
     printf("  trie not built\n");
     return;
   }
-  trie.memory_mb = Ops::memory(t) / 1048576.0;
+  trie.memory_mb = F::memory_usage(t) / 1048576.0;
   t0 = now_seconds();
-  typename Ops::Fib *f = Ops::fib_construct(t, 0);
+  typename F::fib *f = F::fib_construct(nullptr, t, 0);
   fib.build_ms = (now_seconds() - t0) * 1e3;
   if (!f) {
     printf("  fib not built\n");
-    Ops::destruct(t);
+    F::destruct(t);
     return;
   }
-  fib.memory_mb = Ops::fib_memory(f) / 1048576.0;
+  fib.memory_mb = F::fib_memory_usage(f) / 1048576.0;
 
-  using Key = typename Ops::Key;
+  using Key = typename F::key;
   size_t differ = measure_sets(
       trie, uniform, inside, want_uniform, want_inside, threads,
-      one_by_one<Key>([&](const Key &k) { return Ops::lookup(t, k); }),
+      one_by_one<Key>([&](const Key &k) { return F::lpmatch(t, F::c_key(k)); }),
       in_batches<Key>([&](const Key *k, uint32_t *d, uint32_t n) {
-        Ops::lookup_bulk(t, k, d, n);
+        F::lpmatch_bulk(t, F::c_keys(k), d, n);
       }));
   print_row(trie);
   c.rows.push_back(trie);
   progress("%s: timing the fib", title);
-  differ += measure_sets(
-      fib, uniform, inside, want_uniform, want_inside, threads,
-      one_by_one<Key>([&](const Key &k) { return Ops::fib_lookup(f, k); }),
-      in_batches<Key>([&](const Key *k, uint32_t *d, uint32_t n) {
-        Ops::fib_lookup_bulk(f, k, d, n);
-      }));
+  differ +=
+      measure_sets(fib, uniform, inside, want_uniform, want_inside, threads,
+                   one_by_one<Key>([&](const Key &k) {
+                     return F::fib_lookup(f, F::c_key(k));
+                   }),
+                   in_batches<Key>([&](const Key *k, uint32_t *d, uint32_t n) {
+                     F::fib_lookup_bulk(f, F::c_keys(k), d, n);
+                   }));
   print_row(fib);
   c.rows.push_back(fib);
-  Ops::fib_destruct(f);
-  Ops::destruct(t);
+  F::fib_destruct(f);
+  F::destruct(t);
   if (differ) printf("  ANSWERS DIFFER between vell-ds lookups: %zu\n", differ);
 
 #ifdef VELL_HAVE_DPDK
   if (!peer_ready) return;
-  using P = peer::Peer<Ops>;
+  using P = peer::Peer<F>;
   Row theirs{P::kName, 0, 0, {}, {}};
   auto their_uniform = P::convert(uniform), their_inside = P::convert(inside);
   uint64_t before = peer::heap_bytes();
@@ -332,7 +334,7 @@ void run_case(const char *title, std::vector<typename Ops::Entry> in,
 // n distinct IPv4 prefixes in unicast space (1.0.0.0 to 223.255.255.255)
 // with lengths drawn from the shares of a global routing table: mostly /24,
 // then /22, /23, /20, /21, /19, ...
-std::vector<sc_btrie_entry> synthetic4(size_t n) {
+std::vector<vell::trie4_family::entry> synthetic4(size_t n) {
   static const struct {
     unsigned len;
     double share;
@@ -345,15 +347,15 @@ std::vector<sc_btrie_entry> synthetic4(size_t n) {
   std::discrete_distribution<unsigned> pick(weights.begin(), weights.end());
   std::mt19937_64 rng(2);
   std::set<std::pair<uint32_t, unsigned>> seen;
-  std::vector<sc_btrie_entry> out;
+  std::vector<vell::trie4_family::entry> out;
   out.reserve(n);
   while (out.size() < n) {
     unsigned len = mix[pick(rng)].len;
     uint32_t a = 0x01000000u + static_cast<uint32_t>(rng() % 0xDF000000u);
     a = mask_to(Addr{{a, 0, 0, 0}}, len).w[0];
     if (seen.insert({a, len}).second)
-      out.push_back(make_entry4(Addr{{a, 0, 0, 0}}, len,
-                                1 + static_cast<uint32_t>(rng() % 65536)));
+      out.push_back(vell::trie4_family::make_entry(
+          &a, len, 1 + static_cast<uint32_t>(rng() % 65536)));
   }
   return out;
 }
@@ -460,17 +462,18 @@ int main(int argc, char **argv) {
       "from the trie (its build time excludes the trie's)\n",
       kRuns, kBatch, threads, kFill, kRootBranch4, kRootBranch6);
   if (!nested_table.v4.empty())
-    run_case<Ops4>("IPv4, real routing table (nested prefixes)",
-                   nested_table.v4, n_keys, threads, peer_ready);
+    run_case<vell::trie4_family>("IPv4, real routing table (nested prefixes)",
+                                 nested_table.v4, n_keys, threads, peer_ready);
   if (!table.v4.empty())
-    run_case<Ops4>("IPv4, real address-to-ASN table", table.v4, n_keys, threads,
-                   peer_ready);
+    run_case<vell::trie4_family>("IPv4, real address-to-ASN table", table.v4,
+                                 n_keys, threads, peer_ready);
   if (n_synthetic)
-    run_case<Ops4>("IPv4, synthetic table", synthetic4(n_synthetic), n_keys,
-                   threads, peer_ready);
+    run_case<vell::trie4_family>("IPv4, synthetic table",
+                                 synthetic4(n_synthetic), n_keys, threads,
+                                 peer_ready);
   if (!table.v6.empty())
-    run_case<Ops6>("IPv6, real address-to-ASN table", table.v6, n_keys, threads,
-                   peer_ready);
+    run_case<vell::trie6_family>("IPv6, real address-to-ASN table", table.v6,
+                                 n_keys, threads, peer_ready);
   progress("");
   if (!json_file.empty() && !write_json(json_file, n_keys, threads)) return 1;
   return 0;

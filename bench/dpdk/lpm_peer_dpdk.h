@@ -41,32 +41,32 @@ inline uint64_t heap_bytes() {
 
 // Second-level groups a table needs: one per distinct first `d` bits among
 // prefixes longer than d, for each group boundary d.
-template <class Ops>
-uint32_t groups_needed(const std::vector<typename Ops::Entry> &in,
+template <class F>
+uint32_t groups_needed(const std::vector<typename F::entry> &in,
                        std::initializer_list<unsigned> bounds) {
   size_t total = 0;
   for (unsigned d : bounds) {
     std::set<Addr> seen;
     for (const auto &e : in)
-      if (Ops::entry_len(e) > d)
-        seen.insert(lpm::mask_to(Ops::entry_addr(e), d));
+      if (e.len > d) seen.insert(lpm::mask_to(lpm::entry_addr<F>(e), d));
     total += seen.size();
   }
   return static_cast<uint32_t>(total + 16);
 }
 
-template <class Ops>
+template <class F>
 struct Peer;
 
 template <>
-struct Peer<lpm::Ops4> {
+struct Peer<vell::trie4_family> {
   static constexpr const char *kName = "rte_lpm";
   rte_lpm *t = nullptr;
 
-  bool build(const std::vector<sc_btrie_entry> &in, std::string &why) {
+  bool build(const std::vector<vell::trie4_family::entry> &in,
+             std::string &why) {
     rte_lpm_config c{};
     c.max_rules = static_cast<uint32_t>(in.size());
-    c.number_tbl8s = groups_needed<lpm::Ops4>(in, {24});
+    c.number_tbl8s = groups_needed<vell::trie4_family>(in, {24});
     t = rte_lpm_create("bench4", 0, &c);
     if (!t) return (why = rte_strerror(rte_errno)), false;
     for (const auto &e : in)
@@ -95,7 +95,7 @@ struct Peer<lpm::Ops4> {
 };
 
 template <>
-struct Peer<lpm::Ops6> {
+struct Peer<vell::trie6_family> {
   static constexpr const char *kName = "rte_lpm6";
   rte_lpm6 *t = nullptr;
 
@@ -104,10 +104,11 @@ struct Peer<lpm::Ops6> {
       out[i] = static_cast<uint8_t>(w[i / 4] >> (24 - 8 * (i % 4)));
   }
 
-  bool build(const std::vector<sc_btrie6_entry> &in, std::string &why) {
+  bool build(const std::vector<vell::trie6_family::entry> &in,
+             std::string &why) {
     rte_lpm6_config c{};
     c.max_rules = static_cast<uint32_t>(in.size());
-    c.number_tbl8s = groups_needed<lpm::Ops6>(
+    c.number_tbl8s = groups_needed<vell::trie6_family>(
         in, {24, 32, 40, 48, 56, 64, 72, 80, 88, 96, 104, 112, 120});
     t = rte_lpm6_create("bench6", 0, &c);
     if (!t) return (why = rte_strerror(rte_errno)), false;
@@ -123,7 +124,7 @@ struct Peer<lpm::Ops6> {
 
   // Keys in the peer's own form (network byte order), made before timing.
   using Keys = std::vector<std::array<uint8_t, 16>>;
-  static Keys convert(const std::vector<lpm::Ops6::Key> &keys) {
+  static Keys convert(const std::vector<vell::trie6_family::key> &keys) {
     Keys out(keys.size());
     for (size_t i = 0; i < keys.size(); ++i)
       bytes(keys[i].data(), out[i].data());

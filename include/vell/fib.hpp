@@ -38,7 +38,7 @@ class basic_fib : public detail::fib_table<F> {
   explicit basic_fib(typename F::fib *f) noexcept : detail::fib_table<F>(f) {}
 };
 
-using fib4 = basic_fib<detail::trie4_family>;
-using fib6 = basic_fib<detail::trie6_family>;
+using fib4 = basic_fib<trie4_family>;
+using fib6 = basic_fib<trie6_family>;
 
 }  // namespace vell

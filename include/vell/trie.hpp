@@ -15,10 +15,9 @@
 #include <ranges>
 #include <span>
 
-#include "sc_btrie.h"
-#include "sc_btrie6.h"
 #include "vell/addr.hpp"
 #include "vell/handle.hpp"
+#include "vell/trie_family.hpp"
 #include "vell/walk.hpp"
 
 namespace vell {
@@ -34,77 +33,6 @@ namespace detail {
 // Keys handed to a bulk lookup at a time.
 constexpr uint32_t kLookupBatch = 64;
 
-// Each width as the handles need it: the trie's and the fib's functions,
-// and the key format.
-struct trie4_family {
-  using trie = sc_btrie;
-  using entry = sc_btrie_entry;
-  using iter = sc_btrie_iter;
-  using item = sc_btrie_item;
-  using fib = sc_btrie_fib;
-  using addr = ipv4_addr;
-  using key_batch = uint32_t[kLookupBatch];
-  static constexpr uint32_t no_prefix = SC_BTRIE_NO_PREFIX;
-  static constexpr auto construct = sc_btrie_construct;
-  static constexpr auto destruct = sc_btrie_destruct;
-  static constexpr auto lpmatch = sc_btrie_lpmatch;
-  static constexpr auto lpmatch_bulk = sc_btrie_lpmatch_bulk;
-  static constexpr auto iter_construct = sc_btrie_iter_construct;
-  static constexpr auto iter_next = sc_btrie_iter_next;
-  static constexpr auto iter_destruct = sc_btrie_iter_destruct;
-  static constexpr auto memory_usage = sc_btrie_memory_usage;
-  static constexpr auto fib_construct = sc_btrie_fib_construct;
-  static constexpr auto fib_destruct = sc_btrie_fib_destruct;
-  static constexpr auto fib_lookup = sc_btrie_fib_lookup;
-  static constexpr auto fib_lookup_bulk = sc_btrie_fib_lookup_bulk;
-  static constexpr auto fib_memory_usage = sc_btrie_fib_memory_usage;
-
-  static uint32_t key(const addr &a) { return a.words()[0]; }
-  static void keys(key_batch &k, const addr *a, uint32_t n) {
-    for (uint32_t i = 0; i < n; ++i) k[i] = a[i].words()[0];
-  }
-  static void set_prefix(entry &e, const addr &a, unsigned len) {
-    e.addr = a.words()[0];
-    e.len = len & 63u;
-  }
-  static addr item_addr(const item &i) { return addr(i.addr); }
-};
-
-struct trie6_family {
-  using trie = sc_btrie6;
-  using entry = sc_btrie6_entry;
-  using iter = sc_btrie6_iter;
-  using item = sc_btrie6_item;
-  using fib = sc_btrie6_fib;
-  using addr = ipv6_addr;
-  using key_batch = uint32_t[kLookupBatch][4];
-  static constexpr uint32_t no_prefix = SC_BTRIE6_NO_PREFIX;
-  static constexpr auto construct = sc_btrie6_construct;
-  static constexpr auto destruct = sc_btrie6_destruct;
-  static constexpr auto lpmatch = sc_btrie6_lpmatch;
-  static constexpr auto lpmatch_bulk = sc_btrie6_lpmatch_bulk;
-  static constexpr auto iter_construct = sc_btrie6_iter_construct;
-  static constexpr auto iter_next = sc_btrie6_iter_next;
-  static constexpr auto iter_destruct = sc_btrie6_iter_destruct;
-  static constexpr auto memory_usage = sc_btrie6_memory_usage;
-  static constexpr auto fib_construct = sc_btrie6_fib_construct;
-  static constexpr auto fib_destruct = sc_btrie6_fib_destruct;
-  static constexpr auto fib_lookup = sc_btrie6_fib_lookup;
-  static constexpr auto fib_lookup_bulk = sc_btrie6_fib_lookup_bulk;
-  static constexpr auto fib_memory_usage = sc_btrie6_fib_memory_usage;
-
-  static const uint32_t *key(const addr &a) { return a.words(); }
-  static void keys(key_batch &k, const addr *a, uint32_t n) {
-    for (uint32_t i = 0; i < n; ++i)
-      for (unsigned j = 0; j < 4; ++j) k[i][j] = a[i].words()[j];
-  }
-  static void set_prefix(entry &e, const addr &a, unsigned len) {
-    for (unsigned i = 0; i < 4; ++i) e.addr[i] = a.words()[i];
-    e.len = len & 255u;
-  }
-  static addr item_addr(const item &i) { return addr(i.addr); }
-};
-
 // What a trie and its compiled table share: ownership of the C table, and
 // lookups of the words they store, data + 1, so that 0 is a miss.
 template <typename F, typename Table, auto Destruct, auto Single, auto Bulk,
@@ -115,20 +43,21 @@ class lookup_table {
 
   // The data word of the longest stored prefix covering a, or nullopt.
   std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
-    return decode(Single(t_.get(), F::key(a)));
+    return decode(Single(t_.get(), F::c_key(F::make_key(a.words()))));
   }
   // out[i] = lookup(keys[i]) for every i below the smaller size, the walks
   // of each batch interleaved.
   void lookup(std::span<const addr_type> keys,
               std::span<std::optional<uint32_t>> out) const noexcept {
     size_t n = keys.size() < out.size() ? keys.size() : out.size();
-    typename F::key_batch batch;
+    typename F::key batch[kLookupBatch];
     uint32_t data[kLookupBatch];
     for (size_t i = 0; i < n; i += kLookupBatch) {
       auto m =
           static_cast<uint32_t>(n - i < kLookupBatch ? n - i : kLookupBatch);
-      F::keys(batch, &keys[i], m);
-      Bulk(t_.get(), batch, data, m);
+      for (uint32_t j = 0; j < m; ++j)
+        batch[j] = F::make_key(keys[i + j].words());
+      Bulk(t_.get(), F::c_keys(batch), data, m);
       for (uint32_t j = 0; j < m; ++j) out[i + j] = decode(data[j]);
     }
   }
@@ -181,11 +110,8 @@ class basic_trie : public detail::trie_table<F> {
                        max_data);
         return std::nullopt;
       }
-      typename F::entry &e = entries.get()[i++];
-      e = {};
-      F::set_prefix(e, prefix.address(), prefix.length());
-      e.prefix = F::no_prefix;
-      e.data = word + 1;
+      entries.get()[i++] =
+          F::make_entry(prefix.address().words(), prefix.length(), word + 1);
     }
     typename F::trie *t =
         F::construct(o.sz_ctx, entries.get(), i, o.fill_factor, o.root_branch);
@@ -197,7 +123,7 @@ class basic_trie : public detail::trie_table<F> {
   static bool step(typename F::iter *it, route &r) noexcept {
     typename F::item item;
     if (F::iter_next(it, &item) != 0) return false;
-    addr_type a = F::item_addr(item).masked(item.len);
+    addr_type a = addr_type(item.addr).masked(item.len);
     r = {*prefix_type::make(a, item.len), item.data - 1};
     return true;
   }
@@ -214,7 +140,7 @@ class basic_trie : public detail::trie_table<F> {
       : detail::trie_table<F>(t) {}
 };
 
-using trie4 = basic_trie<detail::trie4_family>;
-using trie6 = basic_trie<detail::trie6_family>;
+using trie4 = basic_trie<trie4_family>;
+using trie6 = basic_trie<trie6_family>;
 
 }  // namespace vell

@@ -22,7 +22,7 @@ using Model = std::map<std::pair<Addr, uint32_t>, std::set<uint32_t>>;
 // The data words of the longest stored prefix covering key, or null.
 template <class F>
 const std::set<uint32_t> *longest(const Model &m, const Addr &key) {
-  for (int len = F::kBits; len >= 0; --len) {
+  for (int len = F::bits; len >= 0; --len) {
     auto it = m.find({tt::cut<F>(key, len), uint32_t(len)});
     if (it != m.end()) return &it->second;
   }
@@ -34,18 +34,18 @@ Addr make_addr(FuzzedDataProvider &in, const std::vector<Addr> &seen) {
   Addr a{};
   if (!seen.empty() && in.ConsumeBool())
     a = seen[in.ConsumeIntegralInRange<size_t>(0, seen.size() - 1)];
-  for (uint32_t w = 0; w < F::kWords; ++w)
+  for (uint32_t w = 0; w < F::words; ++w)
     if (in.ConsumeBool()) a[w] ^= in.ConsumeIntegral<uint32_t>();
   return a;
 }
 
 template <class F>
 void run(FuzzedDataProvider &in) {
-  using Entry = typename F::Entry;
+  using Entry = typename F::entry;
   uint32_t fill = in.ConsumeIntegralInRange<uint32_t>(0, 200);
   uint32_t root = in.ConsumeBool() ? in.ConsumeIntegralInRange<uint32_t>(0, 12)
                   : in.ConsumeBool() ? in.ConsumeIntegralInRange<uint32_t>(
-                                           0, F::kMaxBranch + 1)
+                                           0, F::max_root_branch + 1)
                                      : 0;
   size_t n = in.ConsumeIntegralInRange<size_t>(0, 80);
   th::Ctx ctx(in.ConsumeIntegralInRange<uint32_t>(0, 4096));
@@ -54,16 +54,16 @@ void run(FuzzedDataProvider &in) {
   std::vector<Entry> entries;
   std::vector<Addr> seen;
   Model model;
-  bool valid = fill > 0 && root <= F::kMaxBranch;
+  bool valid = fill > 0 && root <= F::max_root_branch;
   for (size_t i = 0; i < n; ++i) {
     Addr a = make_addr<F>(in, seen);
-    uint32_t len = in.ConsumeIntegralInRange<uint32_t>(0, F::kBits);
-    if (in.ConsumeProbability<float>() < 0.02f) len = F::kBits + 1;
+    uint32_t len = in.ConsumeIntegralInRange<uint32_t>(0, F::bits);
+    if (in.ConsumeProbability<float>() < 0.02f) len = F::bits + 1;
     bool stray = in.ConsumeProbability<float>() < 0.02f;
-    if (!stray || len >= F::kBits) a = tt::cut<F>(a, len);
+    if (!stray || len >= F::bits) a = tt::cut<F>(a, len);
     uint32_t data = in.ConsumeIntegralInRange<uint32_t>(0, 40);
-    valid &= len <= F::kBits && a == tt::cut<F>(a, len);
-    entries.push_back(F::entry(a, len, data));
+    valid &= len <= F::bits && a == tt::cut<F>(a, len);
+    entries.push_back(tt::entry<F>(a, len, data));
     seen.push_back(a);
     model[{a, len}].insert(data);
   }
@@ -85,26 +85,26 @@ void run(FuzzedDataProvider &in) {
 
   // A compiled table, for some inputs: it answers what the trie answers
   // where a prefix covers the key and its miss value elsewhere.
-  typename F::Fib *fib = nullptr;
+  typename F::fib *fib = nullptr;
   uint32_t miss = in.ConsumeBool() ? 0 : in.ConsumeIntegral<uint32_t>();
   if (in.ConsumeProbability<float>() < 0.05f) {
     fib = F::fib_construct(sz_ctx, t, miss);
     FUZZ_CHECK(fib || fuzz::failed());
   }
   std::vector<Addr> keys;
-  for (auto &e : entries) keys.push_back(F::addr(e));
+  for (auto &e : entries) keys.push_back(tt::addr<F>(e));
   while (in.remaining_bytes() > 0 && keys.size() < 300)
     keys.push_back(make_addr<F>(in, seen));
   auto bulk = tt::lpmatch_bulk<F>(t, keys, 0, keys.size());
   auto fib_bulk = fib ? tt::fib_bulk<F>(fib, keys, 0, keys.size())
                       : std::vector<uint32_t>(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) {
-    uint32_t got = F::lpmatch(t, keys[i]);
+    uint32_t got = tt::lpmatch<F>(t, keys[i]);
     const std::set<uint32_t> *want = longest<F>(model, keys[i]);
     FUZZ_CHECK(want ? want->count(got) != 0 : got == 0);
     FUZZ_CHECK(bulk[i] == got);
     if (!fib) continue;
-    uint32_t fib_got = F::fib_lookup(fib, keys[i]);
+    uint32_t fib_got = tt::fib_lookup<F>(fib, keys[i]);
     FUZZ_CHECK(fib_got == (want ? got : miss) && fib_bulk[i] == fib_got);
   }
   F::fib_destruct(fib);
@@ -123,14 +123,14 @@ void run(FuzzedDataProvider &in) {
       if (model.count({tt::cut<F>(leaf.first, len), uint32_t(len)}))
         walk.push_back({leaf.first, uint32_t(len)});
   }
-  if (auto *it = F::iter(t)) {
-    typename F::Item item;
+  if (auto *it = F::iter_construct(t)) {
+    typename F::item item;
     for (auto &[addr, len] : walk) {
-      FUZZ_CHECK(F::next(it, &item) == 0);
-      FUZZ_CHECK(F::addr(item) == addr && item.len == len);
+      FUZZ_CHECK(F::iter_next(it, &item) == 0);
+      FUZZ_CHECK(tt::addr<F>(item) == addr && item.len == len);
       FUZZ_CHECK(model[{tt::cut<F>(addr, len), len}].count(item.data));
     }
-    FUZZ_CHECK(F::next(it, &item) == -1);
+    FUZZ_CHECK(F::iter_next(it, &item) == -1);
     F::iter_destruct(it);
   } else {
     FUZZ_CHECK(fuzz::failed());
@@ -144,8 +144,8 @@ void run(FuzzedDataProvider &in) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FuzzedDataProvider in(data, size);
   if (in.ConsumeBool())
-    run<tt::V4>(in);
+    run<vell::trie4_family>(in);
   else
-    run<tt::V6>(in);
+    run<vell::trie6_family>(in);
   return 0;
 }

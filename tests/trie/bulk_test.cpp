@@ -9,13 +9,11 @@
 
 namespace {
 
-using Families = ::testing::Types<tt::V4, tt::V6>;
-
 using tt::Addr;
 
 template <class F>
 class TrieBulk : public HostTest {};
-TYPED_TEST_SUITE(TrieBulk, Families);
+TYPED_TEST_SUITE(TrieBulk, tt::both<::testing::Types>);
 
 TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
   using F = TypeParam;
@@ -23,14 +21,14 @@ TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
   for (uint32_t n : {1u, 2u, 40u, 600u}) {
     auto in = tt::prefix_set<F>(rng, n);
     for (uint32_t root : {0u, 8u}) {
-      typename F::Trie *t =
+      typename F::trie *t =
           F::construct(nullptr, in.data(), uint32_t(in.size()), 50, root);
       ASSERT_NE(t, nullptr);
       std::vector<Addr> keys = tt::probe_keys<F>(in, 300, rng);
 
       auto all = tt::lpmatch_bulk<F>(t, keys, 0, keys.size());
       for (size_t i = 0; i < keys.size(); ++i) {
-        uint32_t single = F::lpmatch(t, keys[i]);
+        uint32_t single = tt::lpmatch<F>(t, keys[i]);
         ASSERT_EQ(single, tt::brute_force<F>(in, keys[i])) << "key " << i;
         ASSERT_EQ(all[i], single) << "key " << i;
       }
@@ -48,7 +46,7 @@ TYPED_TEST(TrieBulk, AgreesWithSingleLookupAndBruteForceForEveryKey) {
 
 TYPED_TEST(TrieBulk, ATrieOfNoEntriesAnswersZeroForEveryKey) {
   using F = TypeParam;
-  typename F::Trie *t = F::construct(nullptr, nullptr, 0, 50, 0);
+  typename F::trie *t = F::construct(nullptr, nullptr, 0, 50, 0);
   ASSERT_NE(t, nullptr);
   std::vector<Addr> keys(20, Addr{1, 2, 3, 4});
   for (uint32_t d : tt::lpmatch_bulk<F>(t, keys, 0, keys.size()))

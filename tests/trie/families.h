@@ -1,72 +1,59 @@
-// One test-side face for both trie families, so that what they share is
-// tested once over both, by the unit tests and the fuzz targets alike.
-// Addresses are four words; IPv4 uses the first.
+// Test helpers written once over both trie families (vell::trie4_family
+// and vell::trie6_family), for the unit tests and the fuzz targets alike.
+// Test addresses are four words; IPv4 uses the first.
 #pragma once
 
 #include <stdint.h>
-#include <string.h>
 
 #include <algorithm>
 #include <array>
 #include <random>
 #include <set>
+#include <string>
 #include <vector>
 
-#include "sc_btrie.h"
-#include "sc_btrie6.h"
+#include "vell/trie_family.hpp"
 
 namespace tt {
 
+// Both families in a type list: tt::both<::testing::Types>.
+template <template <class...> class List>
+using both = List<vell::trie4_family, vell::trie6_family>;
+
 using Addr = std::array<uint32_t, 4>;
 
-// The family's records and operations, named alike for both.
-#define TT_FAMILY(Name, p, W, none, max_branch, key)                       \
-  struct Name {                                                            \
-    using Trie = p;                                                        \
-    using Entry = p##_entry;                                               \
-    using Iter = p##_iter;                                                 \
-    using Item = p##_item;                                                 \
-    static constexpr uint32_t kWords = W, kBits = 32 * W, kNone = none;    \
-    static constexpr uint32_t kMaxBranch = max_branch;                     \
-    static constexpr const char *kName = #p "_construct";                  \
-    static constexpr const char *kModule = "lib/pfe/ds/src/" #p;           \
-    static constexpr auto construct = p##_construct;                       \
-    static constexpr auto destruct = p##_destruct;                         \
-    static constexpr auto iter = p##_iter_construct;                       \
-    static constexpr auto next = p##_iter_next;                            \
-    static constexpr auto iter_destruct = p##_iter_destruct;               \
-    static constexpr auto set_destructor = p##_set_data_destructor;        \
-    static constexpr auto memory = p##_memory_usage;                       \
-    static constexpr auto print = p##_print;                               \
-    static constexpr auto stats = p##_print_stats;                         \
-    static constexpr auto lpmatch_bulk = p##_lpmatch_bulk;                 \
-    static constexpr auto fib_lookup_bulk = p##_fib_lookup_bulk;           \
-    static uint32_t lpmatch(const Trie *t, const Addr &k) {                \
-      return p##_lpmatch(t, key);                                          \
-    }                                                                      \
-    using Fib = p##_fib;                                                   \
-    static constexpr auto fib_construct = p##_fib_construct;               \
-    static constexpr auto fib_destruct = p##_fib_destruct;                 \
-    static constexpr auto fib_memory = p##_fib_memory_usage;               \
-    static constexpr const char *kFibName = #p "_fib_construct";           \
-    static constexpr const char *kFibModule = "lib/pfe/ds/src/" #p "_fib"; \
-    static uint32_t fib_lookup(const Fib *f, const Addr &k) {              \
-      return p##_fib_lookup(f, key);                                       \
-    }                                                                      \
-    static Entry entry(const Addr &a, uint32_t len, uint32_t data) {       \
-      Entry e{{}, len, 0, data};                                           \
-      memcpy(&e.addr, a.data(), 4 * W);                                    \
-      return e;                                                            \
-    }                                                                      \
-    template <class R> /* an entry or an item */                           \
-    static Addr addr(const R &r) {                                         \
-      Addr a{};                                                            \
-      memcpy(a.data(), &r.addr, 4 * W);                                    \
-      return a;                                                            \
-    }                                                                      \
-  };
-TT_FAMILY(V4, sc_btrie, 1, SC_BTRIE_NO_PREFIX, 31, k[0])
-TT_FAMILY(V6, sc_btrie6, 4, SC_BTRIE6_NO_PREFIX, 15, k.data())
+// The entry for a prefix at a test address, and a record's test address.
+template <class F>
+typename F::entry entry(const Addr &a, uint32_t len, uint32_t data) {
+  return F::make_entry(a.data(), len, data);
+}
+template <class F, class R>  // an entry or an item
+Addr addr(const R &r) {
+  Addr a{};
+  F::addr_words(r, a.data());
+  return a;
+}
+
+// The single lookups of a trie and of a compiled table at a test address.
+template <class F>
+uint32_t lpmatch(const typename F::trie *t, const Addr &k) {
+  return F::lpmatch(t, F::c_key(F::make_key(k.data())));
+}
+template <class F>
+uint32_t fib_lookup(const typename F::fib *f, const Addr &k) {
+  return F::fib_lookup(f, F::c_key(F::make_key(k.data())));
+}
+
+// What a family's diagnostics name: the function ("sc_btrie6" + part) and
+// the module path of its source.
+template <class F>
+std::string name(const char *part) {
+  return F::name + std::string(part);
+}
+template <class F>
+std::string module(const char *part = "") {
+  return "lib/pfe/ds/src/" + name<F>(part);
+}
 
 inline Addr random_addr(std::mt19937 &rng) {
   return {uint32_t(rng()), uint32_t(rng()), uint32_t(rng()), uint32_t(rng())};
@@ -78,7 +65,10 @@ Addr cut(Addr a, uint32_t len, bool ones = false) {
   for (uint32_t w = 0; w < 4; ++w) {
     uint32_t keep = std::clamp(int(len) - 32 * int(w), 0, 32);
     uint32_t mask = uint32_t(~0ull << (32 - keep));
-    a[w] = w >= F::kWords ? 0 : ones ? a[w] | ~mask : a[w] & mask;
+    if (w >= F::words)
+      a[w] = 0;  // beyond the family's width
+    else
+      a[w] = ones ? a[w] | ~mask : a[w] & mask;
   }
   return a;
 }
@@ -86,32 +76,35 @@ Addr cut(Addr a, uint32_t len, bool ones = false) {
 // a + 1 or a - 1 over the family's width (wrapping).
 template <class F>
 Addr step(Addr a, int delta) {
-  for (int w = int(F::kWords) - 1; w >= 0; --w)
-    if ((a[w] += uint32_t(delta)) != (delta > 0 ? 0 : ~0u)) break;  // no carry
+  for (int w = int(F::words) - 1; w >= 0; --w) {
+    a[w] += uint32_t(delta);
+    bool carry = delta > 0 ? a[w] == 0 : a[w] == ~0u;  // the word wrapped
+    if (!carry) break;
+  }
   return a;
 }
 
 // The five-prefix reference set: A a /8 (IPv6 /32), B and C two /16s (/48s)
 // inside it, D elsewhere, E the default route; data 0xA to 0xE.
 template <class F>
-std::vector<typename F::Entry> reference_set() {
-  if (F::kWords == 1)
-    return {F::entry({0x0A000000}, 8, 0xA), F::entry({0x0A010000}, 16, 0xB),
-            F::entry({0x0A020000}, 16, 0xC), F::entry({0xC0A80100}, 24, 0xD),
-            F::entry({}, 0, 0xE)};
+std::vector<typename F::entry> reference_set() {
+  if (F::words == 1)
+    return {entry<F>({0x0A000000}, 8, 0xA), entry<F>({0x0A010000}, 16, 0xB),
+            entry<F>({0x0A020000}, 16, 0xC), entry<F>({0xC0A80100}, 24, 0xD),
+            entry<F>({}, 0, 0xE)};
   const uint32_t d = 0x20010DB8;  // 2001:db8::
-  return {F::entry({d}, 32, 0xA), F::entry({d, 0x10000}, 48, 0xB),
-          F::entry({d, 0x20000}, 48, 0xC), F::entry({0xFE800000}, 10, 0xD),
-          F::entry({}, 0, 0xE)};
+  return {entry<F>({d}, 32, 0xA), entry<F>({d, 0x10000}, 48, 0xB),
+          entry<F>({d, 0x20000}, 48, 0xC), entry<F>({0xFE800000}, 10, 0xD),
+          entry<F>({}, 0, 0xE)};
 }
 
 // Longest covering prefix by scanning every entry.
 template <class F>
-uint32_t brute_force(const std::vector<typename F::Entry> &in, const Addr &k) {
+uint32_t brute_force(const std::vector<typename F::entry> &in, const Addr &k) {
   int best_len = -1;
   uint32_t data = 0;
   for (auto &e : in)
-    if (int(e.len) > best_len && cut<F>(k, e.len) == F::addr(e)) {
+    if (int(e.len) > best_len && cut<F>(k, e.len) == addr<F>(e)) {
       best_len = int(e.len);
       data = e.data;
     }
@@ -121,13 +114,13 @@ uint32_t brute_force(const std::vector<typename F::Entry> &in, const Addr &k) {
 // Distinct prefixes in nested runs (so leaves fall back on prefix chains),
 // with the default route and host routes among them.
 template <class F>
-std::vector<typename F::Entry> prefix_set(std::mt19937 &rng, uint32_t n) {
+std::vector<typename F::entry> prefix_set(std::mt19937 &rng, uint32_t n) {
   std::set<std::pair<Addr, uint32_t>> seen;
-  std::vector<typename F::Entry> out;
+  std::vector<typename F::entry> out;
   auto add = [&](const Addr &a, uint32_t len) {
     Addr c = cut<F>(a, len);
     if (seen.insert({c, len}).second)
-      out.push_back(F::entry(c, len, uint32_t(out.size()) + 1));
+      out.push_back(entry<F>(c, len, uint32_t(out.size()) + 1));
   };
   add({}, 0);
   if (n >= 40) {
@@ -135,20 +128,20 @@ std::vector<typename F::Entry> prefix_set(std::mt19937 &rng, uint32_t n) {
     // to that address passes a node per bit, deeper than any fixed number
     // of levels.
     Addr a = random_addr(rng);
-    add(a, F::kBits);
-    for (uint32_t bit = 1; bit < F::kBits; bit += 3) {
+    add(a, F::bits);
+    for (uint32_t bit = 1; bit < F::bits; bit += 3) {
       Addr b = a;
       b[bit / 32] ^= 0x80000000u >> (bit % 32);
-      add(b, F::kBits);
+      add(b, F::bits);
     }
   }
   while (out.size() < n) {
     Addr a = random_addr(rng);
-    uint32_t len = 1 + rng() % F::kBits;
+    uint32_t len = 1 + rng() % F::bits;
     for (uint32_t l = len; l > 0 && out.size() < n;
          l -= std::min(l, 1 + uint32_t(rng() % 12)))
       add(a, l);
-    if (rng() % 8 == 0) add(a, F::kBits);
+    if (rng() % 8 == 0) add(a, F::bits);
   }
   return out;
 }
@@ -159,27 +152,22 @@ template <class F, class T, class Call>
 std::vector<uint32_t> bulk(Call call, const T *t, const std::vector<Addr> &keys,
                            size_t from, size_t n) {
   std::vector<uint32_t> out(n, 0xDEADBEEF);
-  if constexpr (F::kWords == 1) {
-    std::vector<uint32_t> k;
-    for (size_t i = from; i < from + n; ++i) k.push_back(keys[i][0]);
-    call(t, k.data(), out.data(), uint32_t(n));
-  } else {
-    static_assert(sizeof(Addr) == sizeof(uint32_t[4]));
-    call(t, reinterpret_cast<const uint32_t(*)[4]>(keys.data() + from),
-         out.data(), uint32_t(n));
-  }
+  std::vector<typename F::key> k;
+  for (size_t i = from; i < from + n; ++i)
+    k.push_back(F::make_key(keys[i].data()));
+  call(t, F::c_keys(k.data()), out.data(), uint32_t(n));
   return out;
 }
 
 template <class F>
-std::vector<uint32_t> lpmatch_bulk(const typename F::Trie *t,
+std::vector<uint32_t> lpmatch_bulk(const typename F::trie *t,
                                    const std::vector<Addr> &keys, size_t from,
                                    size_t n) {
   return bulk<F>(F::lpmatch_bulk, t, keys, from, n);
 }
 
 template <class F>
-std::vector<uint32_t> fib_bulk(const typename F::Fib *f,
+std::vector<uint32_t> fib_bulk(const typename F::fib *f,
                                const std::vector<Addr> &keys, size_t from,
                                size_t n) {
   return bulk<F>(F::fib_lookup_bulk, f, keys, from, n);
@@ -188,16 +176,16 @@ std::vector<uint32_t> fib_bulk(const typename F::Fib *f,
 // Each prefix's first and last address and their outside neighbours, then
 // `randoms` random keys, shuffled so walks of every depth share a batch.
 template <class F>
-std::vector<Addr> probe_keys(const std::vector<typename F::Entry> &in,
+std::vector<Addr> probe_keys(const std::vector<typename F::entry> &in,
                              int randoms, std::mt19937 &rng) {
   std::vector<Addr> keys;
   for (auto &e : in) {
-    Addr first = F::addr(e), last = cut<F>(first, e.len, true);
+    Addr first = addr<F>(e), last = cut<F>(first, e.len, true);
     keys.insert(keys.end(),
                 {first, last, step<F>(first, -1), step<F>(last, 1)});
   }
   for (int i = 0; i < randoms; ++i)
-    keys.push_back(cut<F>(random_addr(rng), F::kBits));
+    keys.push_back(cut<F>(random_addr(rng), F::bits));
   std::shuffle(keys.begin(), keys.end(), rng);
   return keys;
 }

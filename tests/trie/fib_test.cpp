@@ -10,19 +10,17 @@
 
 namespace {
 
-using Families = ::testing::Types<tt::V4, tt::V6>;
-
 using tt::Addr;
 
 template <class F>
 class Fib : public HostTest {};
-TYPED_TEST_SUITE(Fib, Families);
+TYPED_TEST_SUITE(Fib, tt::both<::testing::Types>);
 
 // Whether any entry covers k.
 template <class F>
-bool covered(const std::vector<typename F::Entry> &in, const Addr &k) {
-  return std::any_of(in.begin(), in.end(), [&](const typename F::Entry &e) {
-    return tt::cut<F>(k, e.len) == F::addr(e);
+bool covered(const std::vector<typename F::entry> &in, const Addr &k) {
+  return std::any_of(in.begin(), in.end(), [&](const typename F::entry &e) {
+    return tt::cut<F>(k, e.len) == tt::addr<F>(e);
   });
 }
 
@@ -30,26 +28,26 @@ bool covered(const std::vector<typename F::Entry> &in, const Addr &k) {
 // key's single and bulk answer (all batch lengths up to 97) against what the
 // trie answered: its data where a prefix covers the key, else miss.
 template <class F>
-void check_table(const std::vector<typename F::Entry> &in, uint32_t miss,
+void check_table(const std::vector<typename F::entry> &in, uint32_t miss,
                  uint32_t fill, uint32_t root, std::mt19937 &rng) {
   SCOPED_TRACE(::testing::Message() << in.size() << " prefixes, miss " << miss
                                     << ", fill " << fill << ", root " << root);
-  typename F::Trie *t =
+  typename F::trie *t =
       F::construct(nullptr, in.data(), uint32_t(in.size()), fill, root);
   ASSERT_NE(t, nullptr);
-  typename F::Fib *f = F::fib_construct(nullptr, t, miss);
+  typename F::fib *f = F::fib_construct(nullptr, t, miss);
   ASSERT_NE(f, nullptr);
   std::vector<Addr> keys = tt::probe_keys<F>(in, 400, rng);
   std::vector<uint32_t> want;
   for (const Addr &k : keys) {
-    uint32_t d = F::lpmatch(t, k);
+    uint32_t d = tt::lpmatch<F>(t, k);
     ASSERT_EQ(d, tt::brute_force<F>(in, k));
     want.push_back(covered<F>(in, k) ? d : miss);
   }
   F::destruct(t);  // the table holds nothing of the trie
 
   for (size_t i = 0; i < keys.size(); ++i)
-    ASSERT_EQ(F::fib_lookup(f, keys[i]), want[i]) << "key " << i;
+    ASSERT_EQ(tt::fib_lookup<F>(f, keys[i]), want[i]) << "key " << i;
   auto all = tt::fib_bulk<F>(f, keys, 0, keys.size());
   ASSERT_EQ(all, want);
   for (size_t len = 0; len <= 97 && len <= keys.size(); ++len) {
@@ -58,7 +56,7 @@ void check_table(const std::vector<typename F::Entry> &in, uint32_t miss,
     ASSERT_TRUE(std::equal(part.begin(), part.end(), want.begin() + from))
         << "batch of " << len << " from " << from;
   }
-  EXPECT_EQ(F::fib_memory(f), th::live_bytes());
+  EXPECT_EQ(F::fib_memory_usage(f), th::live_bytes());
   F::fib_destruct(f);
 }
 
@@ -70,7 +68,7 @@ TYPED_TEST(Fib, AnswersAsTheTrieOnNestedTablesWithAndWithoutADefaultRoute) {
     for (size_t i = 0; i < in.size(); i += 5) in[i].data = 0;  // stored 0s
     check_table<F>(in, 0, 50, 0, rng);
     check_table<F>(in, 0xFFFFFFFF, 100, 8, rng);
-    std::vector<typename F::Entry> no_default(in.begin() + 1, in.end());
+    std::vector<typename F::entry> no_default(in.begin() + 1, in.end());
     if (!no_default.empty()) {
       check_table<F>(no_default, 0, 1, 4, rng);
       check_table<F>(no_default, 0xFFFFFFFF, 50, 0, rng);
@@ -83,12 +81,12 @@ TYPED_TEST(Fib, PrefixesOfEveryLengthOnOneAddressAndOnItsNeighbours) {
   std::mt19937 rng(11);
   for (int round = 0; round < 4; ++round) {
     Addr a = tt::random_addr(rng);
-    std::vector<typename F::Entry> in;
-    for (uint32_t len = round % 2; len <= F::kBits; ++len)
-      in.push_back(F::entry(tt::cut<F>(a, len), len, len % 7 ? len : 0));
+    std::vector<typename F::entry> in;
+    for (uint32_t len = round % 2; len <= F::bits; ++len)
+      in.push_back(tt::entry<F>(tt::cut<F>(a, len), len, len % 7 ? len : 0));
     // Host routes just outside the chain's deepest prefixes.
-    Addr b = tt::step<F>(tt::cut<F>(a, F::kBits), 1);
-    in.push_back(F::entry(b, F::kBits, 0xB));
+    Addr b = tt::step<F>(tt::cut<F>(a, F::bits), 1);
+    in.push_back(tt::entry<F>(b, F::bits, 0xB));
     check_table<F>(in, 0x5EED, 50, 0, rng);
   }
 }
@@ -104,10 +102,11 @@ TYPED_TEST(Fib, ANullTrieIsRefused) {
   EXPECT_EQ(F::fib_construct(nullptr, nullptr, 0), nullptr);
   ASSERT_EQ(th::diags().size(), 1u);
   EXPECT_EQ(th::diags()[0].level, 2);
-  EXPECT_EQ(th::diags()[0].file, F::kFibModule);
-  EXPECT_EQ(th::diags()[0].text, std::string(F::kFibName) + ": trie is 0!\n");
+  EXPECT_EQ(th::diags()[0].file, tt::module<F>("_fib"));
+  EXPECT_EQ(th::diags()[0].text,
+            tt::name<F>("_fib_construct") + ": trie is 0!\n");
   F::fib_destruct(nullptr);
-  EXPECT_EQ(F::fib_memory(nullptr), 0u);
+  EXPECT_EQ(F::fib_memory_usage(nullptr), 0u);
 }
 
 // Each allocation of the construct fails in turn: a null result, the
@@ -125,9 +124,9 @@ TYPED_TEST(Fib, EveryFailedAllocationIsReportedAndLeavesNothingTaken) {
     };
     std::vector<uint32_t> sizes;  // the construct's blocks, in order
     th::reset();
-    typename F::Trie *t = trie();
+    typename F::trie *t = trie();
     size_t before = th::blocks().size();
-    typename F::Fib *f = F::fib_construct(c, t, 0);
+    typename F::fib *f = F::fib_construct(c, t, 0);
     ASSERT_NE(f, nullptr);
     for (size_t i = before; i < th::blocks().size(); ++i)
       sizes.push_back(th::blocks()[i].size);
@@ -136,18 +135,18 @@ TYPED_TEST(Fib, EveryFailedAllocationIsReportedAndLeavesNothingTaken) {
 
     int points = th::sweep([&](long k) {
       th::fail_nth(0);
-      typename F::Trie *t = trie();
+      typename F::trie *t = trie();
       ASSERT_NE(t, nullptr);
       th::clear_output();
       th::fail_nth(k);
-      typename F::Fib *f = F::fib_construct(c, t, 0);
+      typename F::fib *f = F::fib_construct(c, t, 0);
       if (th::failure_injected()) {
         EXPECT_EQ(f, nullptr);
         ASSERT_LE(size_t(k), sizes.size());
         ASSERT_EQ(th::diags().size(), 1u);
-        EXPECT_EQ(th::diags()[0].file, F::kFibModule);
+        EXPECT_EQ(th::diags()[0].file, tt::module<F>("_fib"));
         EXPECT_EQ(th::diags()[0].text,
-                  std::string(F::kFibName) + ": sc_kmalloc(" +
+                  tt::name<F>("_fib_construct") + ": sc_kmalloc(" +
                       std::to_string(sizes[k - 1]) + ") failed\n");
       } else {
         ASSERT_NE(f, nullptr);

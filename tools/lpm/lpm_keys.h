@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lpm_addr.h"
+#include "lpm_trie.h"
 
 namespace lpm {
 
@@ -16,12 +17,12 @@ namespace lpm {
 enum class KeyMix { half, uniform, inside };
 
 // n keys drawn as `mix` says; the same seed gives the same keys.
-template <typename Ops>
-std::vector<typename Ops::Key> draw_keys(
-    const std::vector<typename Ops::Entry> &entries, size_t n,
+template <typename F>
+std::vector<typename F::key> draw_keys(
+    const std::vector<typename F::entry> &entries, size_t n,
     KeyMix mix = KeyMix::half, uint64_t seed = 1) {
   std::mt19937_64 rng(seed);
-  std::vector<typename Ops::Key> keys;
+  std::vector<typename F::key> keys;
   keys.reserve(n);
   for (size_t i = 0; i < n; ++i) {
     Addr random;
@@ -29,14 +30,14 @@ std::vector<typename Ops::Key> draw_keys(
     bool uniform = mix == KeyMix::uniform ||
                    (mix == KeyMix::half && rng() % 2) || entries.empty();
     if (uniform) {
-      keys.push_back(Ops::addr_key(mask_to(random, width(Ops::family))));
+      keys.push_back(addr_key<F>(mask_to(random, width(family_of<F>))));
       continue;
     }
     const auto &e = entries[rng() % entries.size()];
-    Addr base = Ops::entry_addr(e), host = mask_to(random, width(Ops::family));
-    Addr net_bits = mask_to(host, Ops::entry_len(e));
+    Addr base = entry_addr<F>(e), host = mask_to(random, width(family_of<F>));
+    Addr net_bits = mask_to(host, e.len);
     for (unsigned w = 0; w < 4; ++w) base.w[w] |= host.w[w] ^ net_bits.w[w];
-    keys.push_back(Ops::addr_key(base));
+    keys.push_back(addr_key<F>(base));
   }
   return keys;
 }

@@ -95,9 +95,9 @@ bool parse_prefix(std::string_view text, Family &f, Addr &addr, unsigned &len,
 
 void Table::add(Family f, const Addr &addr, unsigned len, uint32_t data) {
   if (f == Family::v4)
-    v4.push_back(make_entry4(addr, len, data));
+    v4.push_back(vell::trie4_family::make_entry(addr.w, len, data));
   else
-    v6.push_back(make_entry6(addr, len, data));
+    v6.push_back(vell::trie6_family::make_entry(addr.w, len, data));
 }
 
 uint32_t Table::nexthop_word(const std::string &text) {
@@ -105,24 +105,6 @@ uint32_t Table::nexthop_word(const std::string &text) {
       text, static_cast<uint32_t>(nexthops.size() + 1));
   if (added) nexthops.push_back(text);
   return it->second;
-}
-
-sc_btrie_entry make_entry4(const Addr &addr, unsigned len, uint32_t data) {
-  sc_btrie_entry e{};
-  e.addr = addr.w[0];
-  e.len = len & 63u;
-  e.prefix = SC_BTRIE_NO_PREFIX;
-  e.data = data;
-  return e;
-}
-
-sc_btrie6_entry make_entry6(const Addr &addr, unsigned len, uint32_t data) {
-  sc_btrie6_entry e{};
-  for (unsigned i = 0; i < 4; ++i) e.addr[i] = addr.w[i];
-  e.len = len & 255u;
-  e.prefix = SC_BTRIE6_NO_PREFIX;
-  e.data = data;
-  return e;
 }
 
 std::vector<std::string> default_tables() {

@@ -18,14 +18,13 @@
 #include <vector>
 
 #include "lpm_addr.h"
-#include "sc_btrie.h"
-#include "sc_btrie6.h"
+#include "vell/trie_family.hpp"
 
 namespace lpm {
 
 struct Table {
-  std::vector<sc_btrie_entry> v4;
-  std::vector<sc_btrie6_entry> v6;
+  std::vector<vell::trie4_family::entry> v4;
+  std::vector<vell::trie6_family::entry> v6;
   // Route tables: data word N stands for nexthops[N - 1], the next hop in
   // the tool's words ("via 10.0.0.2 dev eth1", "unreachable").
   std::vector<std::string> nexthops;
@@ -55,8 +54,5 @@ bool load_table(std::string_view bytes, std::string_view name, Table &table,
 // holds them, which is the prefix for an installed program and the top of
 // the build tree for one in the build tree. Empty when none is found.
 std::vector<std::string> default_tables();
-
-sc_btrie_entry make_entry4(const Addr &addr, unsigned len, uint32_t data);
-sc_btrie6_entry make_entry6(const Addr &addr, unsigned len, uint32_t data);
 
 }  // namespace lpm
