@@ -7,14 +7,13 @@
 #include <string.h>
 
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
 #include "lpm_clock.h"
-#include "sc_hash.h"
 #include "sc_host_default.h"
-#include "sc_khash.h"
-#include "sc_ohash.h"
+#include "vell/hash.hpp"
 
 namespace {
 
@@ -50,57 +49,33 @@ struct Rates {
   double insert, find, erase;  // millions of operations per second
 };
 
-// One adapter per table; every one runs the same three phases.
+// Any of the three tables through the maps' calls (vell/hash.hpp); every
+// table runs the same three phases. sc_khash takes its blocks from a
+// context of its own.
+template <class F>
 struct HashTable {
-  sc_hash *t;
-  explicit HashTable(uint32_t n) : t(sc_hash_construct(n, nullptr)) {}
-  ~HashTable() { sc_hash_destruct(t); }
-  bool insert(const void *k, uint32_t ksz, const void *v) {
-    return sc_hash_insert(t, k, ksz, v, kValueSize) == 0;
+  using calls = vell::hash_calls<F>;
+  void *ctx = nullptr;
+  typename F::table *t;
+  explicit HashTable(uint32_t n) {
+    if constexpr (std::is_same_v<F, vell::ohash_family>) {
+      t = calls::construct(n, "bench");
+    } else if constexpr (std::is_same_v<F, vell::khash_family>) {
+      ctx = sc_host_ctx_create(4096);
+      t = calls::construct(n, ctx);
+    } else {
+      t = calls::construct(n);
+    }
   }
-  bool find(const void *k, uint32_t ksz) {
-    void *v;
-    return sc_hash_find(t, k, ksz, &v, nullptr) == 0;
-  }
-  bool erase(const void *k, uint32_t ksz) {
-    return sc_hash_delete(t, k, ksz) == 0;
-  }
-};
-
-struct OhashTable {
-  sc_ohash *t;
-  explicit OhashTable(uint32_t n)
-      : t(sc_ohash_construct(n, "bench", nullptr)) {}
-  ~OhashTable() { sc_ohash_destruct(t); }
-  bool insert(const void *k, uint32_t ksz, const void *v) {
-    return sc_ohash_insert(t, k, ksz, v, kValueSize) == 0;
-  }
-  bool find(const void *k, uint32_t ksz) {
-    void *v;
-    return sc_ohash_find(t, k, ksz, &v, nullptr) == 0;
-  }
-  bool erase(const void *k, uint32_t ksz) {
-    return sc_ohash_delete(t, k, ksz) == 0;
-  }
-};
-
-struct KhashTable {
-  void *ctx = sc_host_ctx_create(4096);
-  sc_khash *t;
-  explicit KhashTable(uint32_t n) : t(sc_khash_construct(n, ctx, nullptr)) {}
-  ~KhashTable() {
-    sc_khash_destruct(t);
-    sc_host_ctx_destroy(ctx);
+  ~HashTable() {
+    F::destruct(t);
+    if (ctx) sc_host_ctx_destroy(ctx);
   }
   bool insert(const void *k, uint32_t ksz, const void *v) {
-    return sc_khash_internal_insert(t, k, ksz, v, kValueSize, nullptr, 0);
+    return calls::insert(t, k, ksz, v, kValueSize);
   }
-  bool find(const void *k, uint32_t ksz) { return *sc_khash_findp(t, k, ksz); }
-  bool erase(const void *k, uint32_t ksz) {
-    sc_khash_element *e = *sc_khash_findp(t, k, ksz);
-    if (e) sc_khash_internal_delete(e);
-    return e;
-  }
+  bool find(const void *k, uint32_t ksz) { return calls::find(t, k, ksz); }
+  bool erase(const void *k, uint32_t ksz) { return calls::erase(t, k, ksz); }
 };
 
 struct StdTable {
@@ -158,9 +133,12 @@ int main() {
       struct Row {
         const char *name;
         Rates r;
-      } rows[] = {{"sc_hash", measure<HashTable>(keys)},
-                  {"sc_ohash", measure<OhashTable>(keys)},
-                  {"sc_khash", measure<KhashTable>(keys)},
+      } rows[] = {{vell::hash_family::name,
+                   measure<HashTable<vell::hash_family>>(keys)},
+                  {vell::ohash_family::name,
+                   measure<HashTable<vell::ohash_family>>(keys)},
+                  {vell::khash_family::name,
+                   measure<HashTable<vell::khash_family>>(keys)},
                   {"unordered_map", measure<StdTable>(keys)}};
       for (const Row &row : rows)
         printf("%-14s %8u %4u %12.1f %12.1f %12.1f\n", row.name, n, ksz,

@@ -18,10 +18,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "sc_hash.h"
-#include "sc_khash.h"
-#include "sc_ohash.h"
 #include "vell/handle.hpp"
+#include "vell/hash_family.hpp"
 #include "vell/walk.hpp"
 
 namespace vell {
@@ -32,86 +30,57 @@ concept byte_key = std::is_trivially_copyable_v<T> &&
 template <typename T>
 concept byte_value = std::is_trivially_copyable_v<T>;
 
-namespace detail {
+// What the maps do with a family (vell/hash_family.hpp), on key and value
+// bytes, alike for all three: construct with no value destructor, insert
+// (true when stored), find (the value's bytes or null), erase (true when
+// the key was there). sc_khash goes through its elements where the
+// control-side families go by key. The hash benchmark and tests use these
+// too.
+template <typename F>
+struct hash_calls {
+  using table = typename F::table;
 
-// Each family as the map needs it: construct, destruct, insert (true when
-// stored), find (the value's bytes or null), erase (true when the key was
-// there), size, delete_all and the iterator.
-// sc_hash and sc_ohash: insert, find and delete by key, with the same
-// results.
-template <typename Table, auto Insert, auto Find, auto Delete>
-struct by_key {
-  static bool insert(Table *t, const void *k, uint32_t ksz, const void *v,
-                     uint32_t vsz) {
-    return Insert(t, k, ksz, v, vsz) == 0;
+  // The bucket hint, then sc_ohash's list name ("" when omitted) or
+  // sc_khash's size-class context (null when omitted).
+  template <typename... A>
+  static table *construct(uint32_t hint, A... extra) {
+    if constexpr (sizeof...(A) == 0 && std::is_base_of_v<ohash_family, F>)
+      return F::construct(hint, "", nullptr);
+    else if constexpr (sizeof...(A) == 0 && std::is_base_of_v<khash_family, F>)
+      return F::construct(hint, nullptr, nullptr);
+    else
+      return F::construct(hint, extra..., nullptr);
   }
-  static const void *find(Table *t, const void *k, uint32_t ksz) {
-    void *v;
-    return Find(t, k, ksz, &v, nullptr) == 0 ? v : nullptr;
-  }
-  static bool erase(Table *t, const void *k, uint32_t ksz) {
-    return Delete(t, k, ksz) == 0;
-  }
-};
-
-struct hash_family
-    : by_key<sc_hash, sc_hash_insert, sc_hash_find, sc_hash_delete> {
-  using table = sc_hash;
-  using iter = sc_hash_iter;
-  static table *construct(uint32_t buckets_hint) {
-    return sc_hash_construct(buckets_hint, nullptr);
-  }
-  static constexpr auto destruct = sc_hash_destruct;
-  static constexpr auto size = sc_hash_nelements;
-  static constexpr auto clear = sc_hash_delete_all;
-  static constexpr auto iter_construct = sc_hash_iter_construct;
-  static constexpr auto iter_next = sc_hash_iter_next;
-  static constexpr auto iter_destruct = sc_hash_iter_destruct;
-};
-
-struct ohash_family
-    : by_key<sc_ohash, sc_ohash_insert, sc_ohash_find, sc_ohash_delete> {
-  using table = sc_ohash;
-  using iter = sc_ohash_iter;
-  static table *construct(uint32_t buckets_hint, const char *name = "") {
-    return sc_ohash_construct(buckets_hint, name, nullptr);
-  }
-  static constexpr auto destruct = sc_ohash_destruct;
-  static constexpr auto size = sc_ohash_nelements;
-  static constexpr auto clear = sc_ohash_delete_all;
-  static constexpr auto iter_construct = sc_ohash_iter_construct;
-  static constexpr auto iter_next = sc_ohash_iter_next;
-  static constexpr auto iter_destruct = sc_ohash_iter_destruct;
-};
-
-struct khash_family {
-  using table = sc_khash;
-  using iter = sc_khash_iter;
-  static table *construct(uint32_t buckets, void *sz_ctx = nullptr) {
-    return sc_khash_construct(buckets, sz_ctx, nullptr);
-  }
-  static constexpr auto destruct = sc_khash_destruct;
   static bool insert(table *t, const void *k, uint32_t ksz, const void *v,
                      uint32_t vsz) {
-    return sc_khash_internal_insert(t, k, ksz, v, vsz, nullptr, 0) != nullptr;
+    if constexpr (keyed_hash_family<F>)
+      return F::insert(t, k, ksz, v, vsz) == 0;
+    else
+      return F::internal_insert(t, k, ksz, v, vsz, nullptr, 0) != nullptr;
   }
-  static const void *find(table *t, const void *k, uint32_t ksz) {
-    sc_khash_element *e = *sc_khash_findp(t, k, ksz);
-    return e ? sc_khash_element_val(e) : nullptr;
+  // Also the value's size in *vsz, when vsz is given and the key found.
+  static const void *find(table *t, const void *k, uint32_t ksz,
+                          uint32_t *vsz = nullptr) {
+    if constexpr (keyed_hash_family<F>) {
+      void *v;
+      return F::find(t, k, ksz, &v, vsz) == 0 ? v : nullptr;
+    } else {
+      typename F::element *e = *F::findp(t, k, ksz);
+      if (!e) return nullptr;
+      if (vsz) *vsz = e->vsz;
+      return sc_khash_element_val(e);
+    }
   }
   static bool erase(table *t, const void *k, uint32_t ksz) {
-    sc_khash_element *e = *sc_khash_findp(t, k, ksz);
-    if (e) sc_khash_internal_delete(e);
-    return e != nullptr;
+    if constexpr (keyed_hash_family<F>) {
+      return F::delete_key(t, k, ksz) == 0;
+    } else {
+      typename F::element *e = *F::findp(t, k, ksz);
+      if (e) F::internal_delete(e);
+      return e != nullptr;
+    }
   }
-  static uint32_t size(const table *t) { return t->nelements; }
-  static constexpr auto clear = sc_khash_delete_all;
-  static constexpr auto iter_construct = sc_khash_iter_construct;
-  static constexpr auto iter_next = sc_khash_iter_next;
-  static constexpr auto iter_destruct = sc_khash_iter_destruct;
 };
-
-}  // namespace detail
 
 template <typename F, byte_key K, byte_value V>
 class basic_hash_map {
@@ -125,7 +94,7 @@ class basic_hash_map {
   // size-class context). Empty when the table cannot be made.
   template <typename... A>
   static std::optional<basic_hash_map> create(A... args) noexcept {
-    typename F::table *t = F::construct(args...);
+    typename F::table *t = hash_calls<F>::construct(args...);
     if (!t) return std::nullopt;
     return basic_hash_map(t);
   }
@@ -133,23 +102,24 @@ class basic_hash_map {
   // Stores value under key, replacing an earlier value; false (the map
   // unchanged) when the element cannot be allocated.
   bool insert_or_assign(const K &key, const V &value) noexcept {
-    return F::insert(t_.get(), &key, sizeof key, &value, sizeof value);
+    return hash_calls<F>::insert(t_.get(), &key, sizeof key, &value,
+                                 sizeof value);
   }
   std::optional<V> find(const K &key) const noexcept {
-    const void *v = F::find(t_.get(), &key, sizeof key);
+    const void *v = hash_calls<F>::find(t_.get(), &key, sizeof key);
     if (!v) return std::nullopt;
     V out;
     memcpy(&out, v, sizeof out);
     return out;
   }
   bool contains(const K &key) const noexcept {
-    return F::find(t_.get(), &key, sizeof key) != nullptr;
+    return hash_calls<F>::find(t_.get(), &key, sizeof key) != nullptr;
   }
   bool erase(const K &key) noexcept {
-    return F::erase(t_.get(), &key, sizeof key);
+    return hash_calls<F>::erase(t_.get(), &key, sizeof key);
   }
-  void clear() noexcept { F::clear(t_.get()); }
-  uint32_t size() const noexcept { return F::size(t_.get()); }
+  void clear() noexcept { F::delete_all(t_.get()); }
+  uint32_t size() const noexcept { return F::nelements(t_.get()); }
   bool empty() const noexcept { return size() == 0; }
 
  private:
@@ -176,10 +146,10 @@ class basic_hash_map {
 };
 
 template <byte_key K, byte_value V>
-using hash_map = basic_hash_map<detail::hash_family, K, V>;
+using hash_map = basic_hash_map<hash_family, K, V>;
 template <byte_key K, byte_value V>
-using ordered_hash_map = basic_hash_map<detail::ohash_family, K, V>;
+using ordered_hash_map = basic_hash_map<ohash_family, K, V>;
 template <byte_key K, byte_value V>
-using khash_map = basic_hash_map<detail::khash_family, K, V>;
+using khash_map = basic_hash_map<khash_family, K, V>;
 
 }  // namespace vell

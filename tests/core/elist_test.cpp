@@ -1,3 +1,5 @@
+// The intrusive list: its name, construction failure, and every link
+// operation checked through both directions of the chain.
 #include <string.h>
 
 #include <vector>
@@ -34,6 +36,8 @@ std::vector<int> walk(const sc_elist *l) {
 
 using V = std::vector<int>;
 
+// A list is one heap block, empty when made, its name cut to 31 characters
+// and padded with zeros (a null name is empty).
 TEST_F(ElistTest, NameIsCutToThirtyOneCharactersAndPadded) {
   const char *n31 = "abcdefghijklmnopqrstuvwxyz01234";
   sc_elist *a = sc_elist_construct(n31);
@@ -72,10 +76,13 @@ TEST_F(ElistTest, PushPopInsertRemoveKeepTheListWellFormed) {
   Item it[6];
   for (int i = 0; i < 6; i++) it[i].value = i;
 
+  // Popping an empty list gives null.
   EXPECT_EQ(sc_elist_pop_front(l), nullptr);
   EXPECT_EQ(sc_elist_pop_back(l), nullptr);
   EXPECT_EQ(walk(l), V{});
 
+  // Pushes and inserts, at either end and in the middle; a removed node
+  // goes back in at the same place.
   EXPECT_EQ(sc_elist_push_back(l, &it[1].node), 1);
   EXPECT_EQ(sc_elist_push_front(l, &it[0].node), 1);
   EXPECT_EQ(sc_elist_push_back(l, &it[3].node), 1);

@@ -19,6 +19,8 @@ struct Point {
 
 TEST_F(CppContainer, TheVectorIsAContiguousRange) {
   {  // released before the sweep resets the host's records
+    // Sorted by a projection, copied, appended to and moved; a fixed
+    // vector refuses to grow past its capacity.
     auto v = vell::vector<Point>::create();
     ASSERT_TRUE(v);
     for (int i = 0; i < 50; ++i) ASSERT_TRUE(v->push_back({(i * 37) % 50, i}));
@@ -33,6 +35,7 @@ TEST_F(CppContainer, TheVectorIsAContiguousRange) {
     while (fixed->size() < fixed->capacity()) ASSERT_TRUE(fixed->push_back(1));
     EXPECT_FALSE(fixed->push_back(2));
   }
+  // Each allocation fails in turn: the vector keeps what it had.
   th::sweep([](long) {
     auto v = vell::vector<int>::create(1);
     for (int i = 0; v && i < 5; ++i)
@@ -61,11 +64,13 @@ TEST_F(CppContainer, ListElementsOnTwoListsWalkBothWays) {
     for (const Item &it : range) v.push_back(it.id);
     return v;
   };
+  // Each hook has its own list; either list walks both ways.
   EXPECT_EQ(ids(*odd), (std::vector<int>{5, 3, 1}));
   std::vector<int> backwards;  // no views: clang 14 cannot use libstdc++'s
   for (auto it = all->end(); it != all->begin();)
     backwards.push_back((--it)->id);
   EXPECT_EQ(backwards, (std::vector<int>{5, 4, 3, 2, 1, 0}));
+  // Erase while walking, insert before any position, pop, move.
   for (auto it = all->begin(); it != all->end();)
     it = it->id % 3 == 0 ? all->erase(it) : std::next(it);
   all->insert(std::ranges::find(*all, 4, &Item::id), items[0]);
@@ -73,7 +78,7 @@ TEST_F(CppContainer, ListElementsOnTwoListsWalkBothWays) {
   EXPECT_EQ(all->pop_front()->id, 1);
   vell::list<Item> moved = std::move(*all);
   EXPECT_EQ(ids(moved), (std::vector<int>{2, 0, 4, 5, 3}));
-  th::fail_nth(1);
+  th::fail_nth(1);  // a list that cannot be made is empty
   EXPECT_FALSE(vell::list<Item>::create());
 }
 

@@ -41,6 +41,7 @@ TYPED_TEST_SUITE(CppHash, Maps);
 TYPED_TEST(CppHash, FindReplaceEraseAndEraseWhileWalking) {
   auto map = make<TypeParam>();
   ASSERT_TRUE(map);
+  // A second insert replaces the value; a key erased once is gone.
   EXPECT_TRUE(map->insert_or_assign({1, 2, 3}, {0.5, 'a'}));
   EXPECT_TRUE(map->insert_or_assign({1, 2, 3}, {2.5, 'c'}));
   EXPECT_EQ(map->find({1, 2, 3})->tag, 'c');
@@ -48,6 +49,8 @@ TYPED_TEST(CppHash, FindReplaceEraseAndEraseWhileWalking) {
   EXPECT_TRUE(map->erase({1, 2, 3}));
   EXPECT_FALSE(map->erase({1, 2, 3}));
 
+  // A moved map walks every element once; erasing the one just delivered
+  // leaves the others to the walk and to the next one.
   for (uint16_t i = 0; i < 100; ++i)
     ASSERT_TRUE(map->insert_or_assign({i, i, 0}, {i * 1.0, 'x'}));
   TypeParam moved = std::move(*map);
@@ -62,6 +65,8 @@ TYPED_TEST(CppHash, FindReplaceEraseAndEraseWhileWalking) {
       moved.items(), [](const auto &kv) { return kv.first.a % 2 == 0; }));
 }
 
+// Each allocation fails in turn: a failed replacement keeps the old value,
+// and a walk that cannot start tests false.
 TYPED_TEST(CppHash, FailuresLeaveTheMapAsItWas) {
   th::sweep([](long) {
     auto map = make<TypeParam>();

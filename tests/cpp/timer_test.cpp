@@ -24,6 +24,8 @@ namespace {
 using CppTimer = HostTest;
 th::Ctx ctx(64);
 
+// A timer fires once when due, then is disarmed; reset restarts its count
+// from the current second.
 TEST_F(CppTimer, CallablesFireOnceWhenDue) {
   clock_now = 1000;
   auto set = vell::timer_set::create(ctx);
@@ -46,6 +48,8 @@ TEST_F(CppTimer, CallablesFireOnceWhenDue) {
 
 TEST_F(CppTimer, CancelledMovedAndDestroyedTimers) {
   {  // released before the sweep resets the host's records
+    // The moved timer fires, and so does one whose callback finds it
+    // already disarmed; cancelled and destroyed ones do not.
     auto set = vell::timer_set::create(ctx);
     ASSERT_TRUE(set);
     int fired = 0;
@@ -62,6 +66,8 @@ TEST_F(CppTimer, CancelledMovedAndDestroyedTimers) {
     EXPECT_EQ(set->poll(0, true), 2);
     EXPECT_EQ(fired, 3);
   }
+  // Each allocation fails in turn: a timer that failed to arm tests false
+  // and never fires.
   th::sweep([](long) {
     auto set = vell::timer_set::create(ctx);
     int fired = 0;

@@ -26,7 +26,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       [](const char *what, int line) {
         fuzz::fail(what, "timer_model.h", line);
       });
-  while (in.remaining_bytes() > 0) m.step(), m.check();
+  while (in.remaining_bytes() > 0) {
+    m.step();
+    m.check();
+  }
   // With the input used up, callbacks add nothing more.
   while (drain && !m.pending.empty()) m.poll(0, true);
   FUZZ_CHECK(!drain || !set->active);

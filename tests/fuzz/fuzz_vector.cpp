@@ -86,10 +86,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         const void *from =
             own ? static_cast<char *>(v->elements) + size_t(i) * esize
                 : e.data();
-        if (sc_vector_add(v, from) == 0)
-          m.push_back(e), sorted = false;
-        else
+        if (sc_vector_add(v, from) == 0) {
+          m.push_back(e);
+          sorted = false;
+        } else {
           FUZZ_CHECK(may_refuse(v));
+        }
         break;
       }
       case 2: {

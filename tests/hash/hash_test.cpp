@@ -5,33 +5,28 @@
 #include <random>
 #include <set>
 
+#include "families.h"
 #include "hash/key_hash.h"
-#include "sc_hash_private.h"
-#include "sc_khash.h"
-#include "sc_ohash.h"
 #include "test_host.h"
 
 namespace {
 
-using Bytes = std::string;
+using ht::Bytes, ht::Hash, ht::Ohash, ht::Khash, ht::destroyed;
 using S = std::vector<std::string>;
-using vds::hash::Fold;
 std::string num(size_t n) { return std::to_string(n); }
 #define D(s) (s).data(), uint32_t((s).size())
-
-S destroyed;  // every value handed to the value destructor
-void record(void *v, uint32_t n) {
-  destroyed.emplace_back(static_cast<char *>(v), n);
-}
 
 // Fails each allocation after arm() in turn: the diagnostics of every failing
 // run (another module's prefixed "[module] "); th::sweep checks for leaks.
 template <class Body>
-S failure_texts(const char *module, Body body) {
+S failure_texts(const std::string &module, Body body) {
   S out;
   th::sweep([&](long k) {
-    th::fail_nth(0);
-    body([k] { th::clear_output(), th::fail_nth(k); });
+    th::fail_nth(0);  // nothing fails before the body arms the k-th
+    body([k] {
+      th::clear_output();
+      th::fail_nth(k);
+    });
     std::string all;
     for (const th::Diag &d : th::diags())
       all += (d.file != module ? "[" + d.file + "] " : "") + d.text;
@@ -40,59 +35,30 @@ S failure_texts(const char *module, Body body) {
   return out;
 }
 
-// What every family names alike; control-side lookup and deletion by key.
-#define FAMILY(p, dir, list_order, size_class)                         \
-  static constexpr const char *kName = #p, *kModule = dir #p;          \
-  static constexpr bool kListOrder = list_order, kSz = size_class;     \
-  static constexpr Fold kFold = kSz ? Fold::kLongKeys : Fold::kAlways; \
-  static constexpr auto findp = p##_findp;                             \
-  static constexpr auto remove = p##_internal_delete;                  \
-  static constexpr auto iter_construct = p##_iter_construct;           \
-  static constexpr auto iter_next = p##_iter_next;                     \
-  static constexpr auto iter_destruct = p##_iter_destruct;             \
-  static constexpr auto destroy = p##_destruct;                        \
-  static constexpr auto dump = p##_debug;                              \
-  static constexpr auto delete_all = p##_delete_all
-#define BY_KEY(p)                                                     \
-  bool erase(std::string_view k) { return p##_delete(t, D(k)) == 0; } \
-  std::optional<Bytes> find(std::string_view k) {                     \
-    void *v;                                                          \
-    uint32_t vsz;                                                     \
-    if (p##_find(t, D(k), &v, &vsz) != 0) return {};                  \
-    return Bytes(static_cast<char *>(v), vsz);                        \
-  }
+// An address as dumps and messages print it.
+template <class F>
+std::string addr(const void *p) {
+  char s[32];
+  snprintf(s, sizeof s, "%s%zx", F::kSz ? "0x" : "", size_t(p));
+  return s;
+}
 
-template <class F, class T, class E, class It>
-struct Family {
-  T *t = F::make(8);
-  ~Family() { F::destroy(t); }
-  E *element(std::string_view k) { return *F::findp(t, D(k)); }
+// A table of family F with what the tests read back from it.
+template <class F>
+struct Family : ht::Table<F> {
+  using ht::Table<F>::Table;
+  using ht::Table<F>::t;
+  using ht::Table<F>::find;
+
   uint32_t index(std::string_view k) {
-    return vds::hash::key_hash<F::kFold>(D(k)) & (t->n_buckets - 1);
-  }
-  // Value bytes before `split`, then the extra piece (none for sc_hash).
-  bool insert(std::string_view k, const Bytes &v, size_t split) {
-    if constexpr (std::is_same_v<T, sc_hash>)
-      return sc_hash_insert(t, D(k), D(v)) == 0;
-    else
-      return F::insert_extra(t, D(k), v.data(), split, v.data() + split,
-                             v.size() - split);
-  }
-  bool erase(std::string_view k) {
-    E *e = element(k);
-    if (e) F::remove(e);
-    return e;
-  }
-  std::optional<Bytes> find(std::string_view k) {
-    E *e = element(k);
-    if (!e) return {};
-    return Bytes(reinterpret_cast<char *>(e + 1) + ((e->ksz + 3u) & ~3u),
-                 e->vsz);
+    constexpr auto fold =
+        F::kSz ? vds::hash::Fold::kLongKeys : vds::hash::Fold::kAlways;
+    return vds::hash::key_hash<fold>(D(k)) & (t->n_buckets - 1);
   }
   // key=value by `it` or a new iterator; each(key) may delete the element
   // just delivered. Once exhausted, a walk returns -1 and writes nothing.
-  S walk(It *it = nullptr, std::function<void(Bytes)> each = {}) {
-    It *w = it ? it : F::iter_construct(t);
+  S walk(typename F::iter *it = nullptr, std::function<void(Bytes)> each = {}) {
+    typename F::iter *w = it ? it : F::iter_construct(t);
     if (!w) return {"<no iterator>"};
     S out;
     void *k, *v;
@@ -114,7 +80,7 @@ struct Family {
   S chains() {
     S out;
     for (uint32_t b = 0; b < t->n_buckets; b++) {
-      for (E **link = &t->buckets[b]; *link; link = &(*link)->next) {
+      for (auto **link = &t->buckets[b]; *link; link = &(*link)->next) {
         Bytes k(reinterpret_cast<char *>(*link + 1), (*link)->ksz);
         EXPECT_TRUE((*link)->pprev == link && (*link)->table == t);
         EXPECT_EQ(index(k), b);
@@ -124,48 +90,19 @@ struct Family {
     EXPECT_EQ(out.size(), t->nelements);
     return out;
   }
-  static std::string addr(const void *p) {  // as dumps and messages print it
-    char s[32];
-    snprintf(s, sizeof s, "%s%zx", F::kSz ? "0x" : "", size_t(p));
-    return s;
-  }
 };
 
-struct Hash : Family<Hash, sc_hash, sc_hash_element, sc_hash_iter> {
-  FAMILY(sc_hash, "lib/re/ds/src/", false, false);  // walks in bucket order
-  BY_KEY(sc_hash)
-  static sc_hash *make(uint32_t n, void * = 0) {
-    return sc_hash_construct(n, record);
-  }
-  // The image; none when serialisation fails, which clears both outputs.
-  std::optional<Bytes> image() {
-    void *buf = &buf;
-    uint32_t len = 7;
-    bool ok = sc_hash_serialize(t, &buf, &len) == 0;
-    EXPECT_TRUE(ok ? buf != nullptr : buf == nullptr && len == 0);
-    std::optional<Bytes> out;
-    if (ok) out = Bytes(static_cast<char *>(buf), len), __sc_kfree(buf, len);
-    return out;
-  }
-};
-
-struct Ohash : Family<Ohash, sc_ohash, sc_ohash_element, sc_ohash_iter> {
-  FAMILY(sc_ohash, "lib/re/ds/src/", true, false);  // in insertion order
-  BY_KEY(sc_ohash)
-  static constexpr auto insert_extra = sc_ohash_internal_insert;
-  static sc_ohash *make(uint32_t n, void * = 0) {
-    return sc_ohash_construct(n, "tbl", record);
-  }
-};
-
-struct Khash : Family<Khash, sc_khash, sc_khash_element, sc_khash_iter> {
-  FAMILY(sc_khash, "lib/pfe/ds/src/", false, true);
-  static constexpr auto insert_extra = sc_khash_internal_insert;
-  static inline th::Ctx ctx{1 << 18};
-  static sc_khash *make(uint32_t n, void *c = &ctx) {
-    return sc_khash_construct(n, c, record);
-  }
-};
+// sc_hash's image; none when serialisation fails, which clears both outputs.
+std::optional<Bytes> image(sc_hash *t) {
+  void *buf = &buf;
+  uint32_t len = 7;
+  bool ok = sc_hash_serialize(t, &buf, &len) == 0;
+  EXPECT_TRUE(ok ? buf != nullptr : buf == nullptr && len == 0);
+  if (!ok) return std::nullopt;
+  Bytes out(static_cast<char *>(buf), len);
+  __sc_kfree(buf, len);
+  return out;
+}
 
 template <class>
 class FamilyTest : public HostTest {};
@@ -188,9 +125,12 @@ TYPED_TEST(FamilyTest, RandomOperationsMatchAReferenceMap) {
     for (int n = rng() % 10; n--;) s += "ab\0\xff"[rng() % 4];
     return s;
   };
-  auto leave = [&](auto it) { gone.insert(it->second.value), model.erase(it); };
+  auto leave = [&](auto it) {
+    gone.insert(it->second.value);
+    model.erase(it);
+  };
   destroyed.clear();
-  F f;
+  Family<F> f;
   auto resize = [&] {
     if constexpr (F::kListOrder) {
       uint32_t was = f.t->n_buckets, to = 1u << rng() % 6, min = rng() % 200;
@@ -211,7 +151,9 @@ TYPED_TEST(FamilyTest, RandomOperationsMatchAReferenceMap) {
     return out;
   };
   auto erase_each = [&](const Bytes &k) {  // checked by the count below
-    f.erase(k), leave(model.find(k)), resize();
+    f.erase(k);
+    leave(model.find(k));
+    resize();
   };
   for (int step = 0; step <= 12000; step++) {
     Bytes key = bytes(), v = bytes();
@@ -224,7 +166,8 @@ TYPED_TEST(FamilyTest, RandomOperationsMatchAReferenceMap) {
       ASSERT_TRUE(f.insert(key, v, rng() % (v.size() + 1)));
       if (present) gone.insert(it->second.value);
       Entry &e = model.try_emplace(key, Entry{v, seq, 0}).first->second;
-      e.value = v, e.list = seq++;  // a replaced key keeps its chain place
+      e.value = v;  // a replaced key keeps its chain place
+      e.list = seq++;
     } else if (op < 7) {
       EXPECT_EQ(f.erase(key), present);
       if (present) leave(it);
@@ -247,26 +190,28 @@ TYPED_TEST(FamilyTest, RandomOperationsMatchAReferenceMap) {
   EXPECT_EQ(std::multiset<Bytes>(destroyed.begin(), destroyed.end()), gone);
 }
 
+// The dump prints every element (ignoring the debug level), and deleting an
+// element that is on no chain is reported and leaves it alone.
 TYPED_TEST(FamilyTest, DumpAndCorruptedElement) {
   using F = TypeParam;
-  F f;
-  __sc_debug_level = 0;  // dumps ignore the debug level
-  F::dump(f.t);
+  Family<F> f;
+  __sc_debug_level = 0;
+  F::debug(f.t);
   f.insert(Bytes(2, '\0'), "cd", 1);            // bucket 0
   f.insert("\1\2\3\4", "\xde\xad\xbe\xef", 2);  // bucket 3
   auto *odd = f.element(Bytes(2, '\0'));
-  F::dump(f.t);
-  const std::string head = "hash " + F::addr(f.t) + ":\n";
-  EXPECT_EQ(th::console(), head + head + "  elp " + F::addr(odd) +
+  F::debug(f.t);
+  const std::string head = "hash " + addr<F>(f.t) + ":\n";
+  EXPECT_EQ(th::console(), head + head + "  elp " + addr<F>(odd) +
                                ": ksz or vsz != 4!\n  elp " +
-                               F::addr(f.element("\1\2\3\4")) +
+                               addr<F>(f.element("\1\2\3\4")) +
                                ": key=01020304, val=deadbeef\n");
   __sc_debug_level = 2;
-  odd->pprev = nullptr;  // on no chain: reported, left alone
-  F::remove(odd);
+  odd->pprev = nullptr;
+  F::internal_delete(odd);
   odd->pprev = &f.t->buckets[0];
-  EXPECT_EQ(th::diag_text(), F::kName + std::string("_internal_delete: ") +
-                                 "corrupted bucket " + F::addr(odd) + "\n");
+  EXPECT_EQ(th::diag_text(), F::name + std::string("_internal_delete: ") +
+                                 "corrupted bucket " + addr<F>(odd) + "\n");
 }
 
 // Each allocation of construction (sc_khash's array on both sides of its
@@ -276,9 +221,10 @@ TYPED_TEST(FamilyTest, EveryAllocationFailureIsReportedAndUndone) {
   using F = TypeParam;
   const std::string sz = F::kSz ? "sc_szalloc(" : "sc_malloc(", x = ") failed";
   const uint32_t bytes = 8 * sizeof(void *);
-  S made = {F::kName + ("_construct: " + sz) + num(sizeof(*F::make(0))) + x,
-            F::kName + ("_construct: " + (F::kSz ? "sc_kmalloc(" : sz)) +
-                num(bytes) + x + "\n"};
+  S made = {
+      F::name + ("_construct: " + sz) + num(sizeof(typename F::table)) + x,
+      F::name + ("_construct: " + (F::kSz ? "sc_kmalloc(" : sz)) + num(bytes) +
+          x + "\n"};
   if (F::kListOrder)
     made.push_back("[lib/re/ds/src/sc_elist] sc_elist_construct[tbl]: " + sz +
                    num(sizeof(sc_elist)) + x + "\n");
@@ -290,32 +236,34 @@ TYPED_TEST(FamilyTest, EveryAllocationFailureIsReportedAndUndone) {
       arm();
       auto *t = F::make(8, &ctx);
       EXPECT_TRUE(t ? th::blocks()[1].alloc == array : th::failure_injected());
-      F::destroy(t);
+      F::destruct(t);
     };
     EXPECT_EQ(failure_texts(F::kModule, make), made);
   }
-  const std::string iter = F::kName + ("_iter_construct: " + sz) +
-                           num(sizeof(*F::iter_construct(0))) + x,
+  const std::string iter = F::name + ("_iter_construct: " + sz) +
+                           num(sizeof(typename F::iter)) + x,
                     calloc = ", " + num(sizeof(void *)) + x + "\n",
                     ser = iter + "sc_hash_serialize: sc_hash_iter_construct(" +
                           x + "\n";
-  const size_t element = sizeof(**F::findp(nullptr, nullptr, 0)) + 4 + 4;
-  std::vector<std::pair<std::function<bool(F &)>, S>> cases = {
-      {[](F &f) { return f.insert("bb", "new!", 2); },
-       {F::kName + ("_internal_insert: " + sz) + num(element) + x}},
-      {[](F &f) { return f.walk() != S{"<no iterator>"}; }, {iter}}};
-  if constexpr (F::kListOrder)
-    cases.insert(cases.end(), {{[](F &f) { return !sc_ohash_grow(f.t, 0); },
-                                {"sc_ohash_grow: sc_calloc(16" + calloc}},
-                               {[](F &f) { return !sc_ohash_shrink(f.t, 2); },
-                                {"sc_ohash_grow: sc_calloc(2" + calloc}}});
+  const size_t element = sizeof(typename F::element) + 4 + 4;
+  using Op = std::function<bool(Family<F> &)>;
+  std::vector<std::pair<Op, S>> cases = {
+      {[](Family<F> &f) { return f.insert("bb", "new!", 2); },
+       {F::name + ("_internal_insert: " + sz) + num(element) + x}},
+      {[](Family<F> &f) { return f.walk() != S{"<no iterator>"}; }, {iter}}};
+  if constexpr (F::kListOrder) {
+    cases.push_back({[](Family<F> &f) { return !sc_ohash_grow(f.t, 0); },
+                     {"sc_ohash_grow: sc_calloc(16" + calloc}});
+    cases.push_back({[](Family<F> &f) { return !sc_ohash_shrink(f.t, 2); },
+                     {"sc_ohash_grow: sc_calloc(2" + calloc}});
+  }
   if constexpr (std::is_same_v<F, Hash>)
-    cases.push_back({[](F &f) { return f.image().has_value(); },
+    cases.push_back({[](Family<F> &f) { return image(f.t).has_value(); },
                      {ser, "sc_hash_serialize: sc_malloc(36" + x + "\n", ser}});
   for (auto &[op_, texts] : cases) {
     auto &op = op_;  // a lambda may not capture a structured binding in C++20
     auto run = [&](auto arm) {
-      F f;
+      Family<F> f;
       for (const char *k : {"a", "bb", "ccc"}) f.insert(k, k, 1);
       S chains = f.chains(), walk = f.walk();
       destroyed.clear();
@@ -354,40 +302,52 @@ TEST_F(HashTest, KnownIndexes) {
     EXPECT_EQ(sc_ohash_hash(o, key, x.key.size()), x.folded) << x.key;
     EXPECT_EQ(sc_khash_findp(k, key, x.key.size()) - k->buckets, x.unfolded)
         << x.key;
-    sc_hash_destruct(h), sc_ohash_destruct(o), sc_khash_destruct(k);
+    sc_hash_destruct(h);
+    sc_ohash_destruct(o);
+    sc_khash_destruct(k);
   }
 }
 
 TEST_F(HashTest, SerializedImageFollowsTheWalk) {
-  Hash f;
-  EXPECT_EQ(f.image(), "");
+  Family<Hash> f;
+  EXPECT_EQ(image(f.t), "");
   f.insert("a", "xyz", 3);
-  EXPECT_EQ(f.image(), Bytes("\1\0\0\0a\3\0\0\0xyz", 12));
+  EXPECT_EQ(image(f.t), Bytes("\1\0\0\0a\3\0\0\0xyz", 12));
   f.insert("wxyz", Bytes(300, 'q'), 0);  // bucket 2, after bucket 0
-  EXPECT_EQ(f.image(), Bytes("\1\0\0\0a\3\0\0\0xyz\4\0\0\0wxyz\x2c\1\0\0", 24) +
-                           Bytes(300, 'q'));
+  EXPECT_EQ(image(f.t),
+            Bytes("\1\0\0\0a\3\0\0\0xyz\4\0\0\0wxyz\x2c\1\0\0", 24) +
+                Bytes(300, 'q'));
 }
 
-// Refusals: the failure result and a diagnostic, before any allocation. Then
-// sc_khash's largest sizes and its walk's restart (and refusal to restart).
-TEST_F(HashTest, RefusalsLimitsAndRestart) {
-  Ohash o;
-  Khash k;
+// Refusals: the failure result and one diagnostic each, before any
+// allocation.
+TEST_F(HashTest, RefusalsComeBeforeAnyAllocation) {
+  Family<Ohash> o;
+  Family<Khash> k;
   const Bytes big(65536, 'k');
   const uint32_t most = uint32_t((1ull << 31) / sizeof(void *));
   const long attempts = th::alloc_attempts();
-  EXPECT_TRUE(!Hash::make(most + 1) && !Ohash::make(most + 1) &&
-              !Khash::make(most + 1));
-  EXPECT_TRUE(!sc_ohash_internal_insert(o.t, "k", 1, "v", 1, nullptr, 1));
-  EXPECT_TRUE(sc_ohash_shrink(o.t, 0) && sc_ohash_shrink(o.t, 96));
+  EXPECT_FALSE(Hash::make(most + 1));  // the bucket array's size
+  EXPECT_FALSE(Ohash::make(most + 1));
+  EXPECT_FALSE(Khash::make(most + 1));
+  EXPECT_FALSE(sc_ohash_internal_insert(o.t, "k", 1, "v", 1, nullptr, 1));
+  EXPECT_TRUE(sc_ohash_shrink(o.t, 0));
+  EXPECT_TRUE(sc_ohash_shrink(o.t, 96));
   o.t->n_buckets = most;  // cannot double
   EXPECT_TRUE(sc_ohash_grow(o.t, 0));
   o.t->n_buckets = 8;
-  EXPECT_TRUE(!sc_khash_internal_insert(k.t, D(big), "v", 1, 0, 0));
-  EXPECT_TRUE(!sc_khash_internal_insert(k.t, "k", 1, 0, 65535, "x", 1));
-  EXPECT_TRUE(!sc_khash_internal_insert(k.t, "k", 1, "v", 1, nullptr, 1));
+  EXPECT_FALSE(sc_khash_internal_insert(k.t, D(big), "v", 1, 0, 0));
+  EXPECT_FALSE(sc_khash_internal_insert(k.t, "k", 1, 0, 65535, "x", 1));
+  EXPECT_FALSE(sc_khash_internal_insert(k.t, "k", 1, "v", 1, nullptr, 1));
   EXPECT_EQ(th::alloc_attempts(), attempts);
-  EXPECT_EQ(th::diags().size(), 10u);  // one each
+  EXPECT_EQ(th::diags().size(), 10u);
+}
+
+// sc_khash stores its largest key and value, and its walk restarts (but
+// not without a table) and ends on destruction, null included.
+TEST_F(HashTest, KhashLargestSizesAndWalkRestart) {
+  Family<Khash> k;
+  const Bytes big(65536, 'k');
   sc_khash_internal_insert(k.t, D(big) - 1, D(big) - 5, "xxxx", 4);
   EXPECT_EQ(k.find(big.substr(1)), big.substr(5) + "xxxx");
   sc_khash_iter *it = sc_khash_iter_construct(k.t);
@@ -395,10 +355,12 @@ TEST_F(HashTest, RefusalsLimitsAndRestart) {
   ASSERT_EQ(sc_khash_iter_reinit(it), 0);
   EXPECT_EQ(k.walk(it), order);
   sc_khash_iter blank{};  // no table
-  EXPECT_TRUE(sc_khash_iter_reinit(nullptr) == -1 &&
-              sc_khash_iter_reinit(&blank) == -2 && !blank.next_element);
+  EXPECT_EQ(sc_khash_iter_reinit(nullptr), -1);
+  EXPECT_EQ(sc_khash_iter_reinit(&blank), -2);
+  EXPECT_FALSE(blank.next_element);
   sc_khash_iter_destruct(it);
-  sc_khash_iter_destruct(nullptr), sc_khash_destruct(nullptr);
+  sc_khash_iter_destruct(nullptr);
+  sc_khash_destruct(nullptr);
 }
 
 }  // namespace

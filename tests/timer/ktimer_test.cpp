@@ -37,7 +37,9 @@ class Ktimer : public HostTest {
   using Entry = std::pair<const char *, std::function<void()>>;
   void SetUp() override {
     HostTest::SetUp();
-    clock_now = 1000, clock_reads = 0, set_ = sc_ktimers_construct(ctx_);
+    clock_now = 1000;
+    clock_reads = 0;
+    set_ = sc_ktimers_construct(ctx_);
   }
   void TearDown() override {
     sc_ktimers_destruct(set_);
@@ -52,7 +54,8 @@ class Ktimer : public HostTest {
   }
   // Polls; the count returned must be the callbacks called.
   Names fired(int limit = 0, int fire_all = 0) {
-    int n = (log_.clear(), sc_ktimers_poll_ex(set_, limit, fire_all));
+    log_.clear();
+    int n = sc_ktimers_poll_ex(set_, limit, fire_all);
     EXPECT_EQ(n, int(log_.size()));
     return log_;
   }
@@ -98,7 +101,9 @@ TEST_F(Ktimer, CallbacksCreatingTimers) {
   sc_ktimer *pending = nullptr, *six = arm(6, "6");
   arm(5, "5", [&] {  // buckets 0, 5 and 6 leave and come back
     EXPECT_EQ(sc_ktimer_cancel(pending) + sc_ktimer_cancel(six), 0);
-    arm(0, "again"), arm(6, "6b"), arm(133, "5b");
+    arm(0, "again");
+    arm(6, "6b");
+    arm(133, "5b");
   });
   arm(0, "z2");
   pending = arm(128, "pending");  // active list 0, 5, 6, 7
@@ -108,7 +113,10 @@ TEST_F(Ktimer, CallbacksCreatingTimers) {
   // A bucket still to reach keeps its turn when a callback empties and
   // fills it again.
   sc_ktimer *zero = arm(0, "z3");
-  arm(1, "1", [&] { sc_ktimer_cancel(zero), arm(0, "refilled"); });
+  arm(1, "1", [&] {
+    sc_ktimer_cancel(zero);
+    arm(0, "refilled");
+  });
   clock_now = 1010;  // active list 1, 0, ...
   EXPECT_EQ(fired(), (Names{"1", "refilled"}));
 }
@@ -182,12 +190,16 @@ TEST_F(Ktimer, MatchesAReferenceMapOfDueTimes) {
   for (unsigned seed = 1; seed <= 30 && !HasFailure(); seed++) {
     rng.seed(seed);
     clock_now = seed == 30 ? 0xffffff00u : 1000 * seed;
-    for (int i = 0; i < 1000 && !HasFailure(); i++) m.step(), m.check();
+    for (int i = 0; i < 1000 && !HasFailure(); i++) {
+      m.step();
+      m.check();
+    }
     while (seed < 30 && !m.pending.empty() && !HasFailure()) m.poll(0, true);
     EXPECT_TRUE(seed == 30 || !set_->active);
   }
   m.pending.clear();
-  sc_ktimers_destruct(set_), set_ = nullptr;
+  sc_ktimers_destruct(set_);
+  set_ = nullptr;  // TearDown's destruct is then a no-op
 }
 
 }  // namespace

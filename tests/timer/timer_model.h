@@ -68,7 +68,9 @@ struct TimerModel {
       if (KM_CHECK(sc_ktimer_reset(it->second.timer) == 0))
         arm(it->first, it->second.timer, it->second.secs);
     } else if (what == 5) {
-      th::clear_output(), sc_ktimers_debug(set), ++reads;
+      th::clear_output();
+      sc_ktimers_debug(set);
+      ++reads;
       // Every bucket shown holds a cell and every cell a timer.
       const std::string &out = th::console();
       for (auto [head, child] : {std::pair{"  bucket", "    cell"},
@@ -91,7 +93,8 @@ struct TimerModel {
     auto &report = m.report;
     if (!KM_CHECK(it != m.pending.end())) return;  // fired twice or unarmed
     KM_CHECK(m.due(it->second));
-    m.pending.erase(it), ++m.fired;
+    m.pending.erase(it);
+    ++m.fired;
     m.check();
     for (uint32_t n = m.pick(3); n > 0; n--) m.step();
   }
@@ -100,13 +103,18 @@ struct TimerModel {
   void poll(int limit, bool all) {
     bool outer_all = fire_all;
     long outer_fired = fired, start = seq, cap = limit < 0 ? 1 : limit;
-    fire_all = all, fired = 0, ++depth, ++reads;
+    fire_all = all;
+    fired = 0;
+    ++depth;
+    ++reads;
     long n = limit || all ? sc_ktimers_poll_ex(set, limit, all)
                           : sc_ktimers_poll_force(set);
     KM_CHECK(n == fired && (limit == 0 || n <= cap) && set->now == clock_now);
     for (auto &[id, r] : pending)
       KM_CHECK(!((limit == 0 || n < cap) && r.seq <= start && due(r)));
-    fire_all = outer_all, fired = outer_fired, --depth;
+    fire_all = outer_all;  // the poll this one runs inside, if any
+    fired = outer_fired;
+    --depth;
   }
   // The set holds exactly the pending timers, each in the cell of its
   // timeout, each cell in order of expiry; checked from every callback too,

@@ -157,7 +157,8 @@ TEST_F(VectorTest, EveryFailedAllocationReportsAndChangesNothing) {
     std::string runs;
     th::sweep([&](long k) {
       th::fail_nth(0);
-      made = nullptr, s = c.n < 0 ? nullptr : make(c.n, c.factor, c.count);
+      made = nullptr;
+      s = c.n < 0 ? nullptr : make(c.n, c.factor, c.count);
       if (s) s->flags |= c.flags;
       th::fail_nth(k);
       const int r = ops[c.op]();
