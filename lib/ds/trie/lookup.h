@@ -36,11 +36,11 @@ inline uint32_t lpmatch(const typename L::Trie *t, const uint32_t *key) {
   if (!t->nodes) return 0;
   typename L::Node n = t->nodes[0];
   uint32_t pos = L::skip(n);
-  while (!L::leaf(n)) {
-    uint32_t next = L::child(n, key, pos);
-    pos += L::branch(n);
-    n = t->nodes[next];
-    pos += L::skip(n);
+  // A leaf is a node of branch 0 (Records::leaf); the loop tests the
+  // branch it goes on to use, which leaf() apart would decode again.
+  while (uint32_t b = L::branch(n)) {
+    n = t->nodes[L::child(n, b, key, pos)];
+    pos += b + L::skip(n);
   }
   return walk_resolve<L>(t, key, n);
 }

@@ -47,15 +47,16 @@ struct Records {
   static uint32_t skip(Node n) { return skip(word(n)); }
   static uint32_t index(Node n) { return index(word(n)); }
   static bool leaf(uint32_t w) { return branch(w) == 0; }
-  static bool leaf(Node n) { return leaf(word(n)); }
-  // Position in the node array of the child a key chooses at an internal
-  // node whose branch bits start at address position pos. On a leaf it is
-  // the leaf's own index (key_bits of 0 bits is 0), never out of the key.
-  static uint32_t child(uint32_t w, const uint32_t *key, uint32_t pos) {
-    return index(w) + key_bits<Words>(key, pos, branch(w));
+  // Position in the node array of the child a key chooses at a node whose
+  // branch bits start at address position pos; b is the node's branch,
+  // which every walk has read already to test for a leaf. On a leaf (b 0)
+  // it is the leaf's own index, and nothing is read outside the key.
+  static uint32_t child(uint32_t w, uint32_t b, const uint32_t *key,
+                        uint32_t pos) {
+    return index(w) + key_bits<Words>(key, pos, b);
   }
-  static uint32_t child(Node n, const uint32_t *key, uint32_t pos) {
-    return child(word(n), key, pos);
+  static uint32_t child(Node n, uint32_t b, const uint32_t *key, uint32_t pos) {
+    return child(word(n), b, key, pos);
   }
   // Values wider than a field keep their low bits (a leaf's skip is the
   // entry's remaining length kept to the field's width).

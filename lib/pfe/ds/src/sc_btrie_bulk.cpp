@@ -53,10 +53,11 @@ void lpmatch_bulk(const typename L::Trie *t, const uint32_t *keys,
     // Chooses the child (a leaf stays put) and prefetches its word.
     auto advance = [&](uint32_t j) {
       // On a leaf the meaningless position still reads within the key.
-      uint32_t next = L::child(w[j], key + j * L::kWords, pos[j]);
+      uint32_t b = L::branch(w[j]);
+      uint32_t next = L::child(w[j], b, key + j * L::kWords, pos[j]);
       uint32_t stay = 0u - L::leaf(w[j]);  // all ones on a leaf
       at[j] = (next & ~stay) | (at[j] & stay);
-      pos[j] += L::branch(w[j]);
+      pos[j] += b;
       prefetch(&nodes[at[j]]);
     };
     auto load = [&](uint32_t j) {
