@@ -58,9 +58,7 @@ struct HashTable {
   void *ctx = nullptr;
   typename F::table *t;
   explicit HashTable(uint32_t n) {
-    if constexpr (std::is_same_v<F, vell::ohash_family>) {
-      t = calls::construct(n, "bench");
-    } else if constexpr (std::is_same_v<F, vell::khash_family>) {
+    if constexpr (std::is_same_v<typename F::table, sc_khash>) {
       ctx = sc_host_ctx_create(4096);
       t = calls::construct(n, ctx);
     } else {

@@ -13,13 +13,13 @@ set -euo pipefail
 pkgs=(cmake g++ g++-multilib libgtest-dev googletest pkg-config libdpdk-dev
       xz-utils zlib1g-dev lib32z1-dev libbz2-dev bgpdump grepcidr
       python3-netaddr clang libclang-rt-14-dev)
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
 done
 if ((${#missing[@]})); then
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
   echo "setup: installing ${missing[*]}"
   $sudo apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
@@ -39,8 +39,6 @@ can_run_32bit() {
   return $ok
 }
 if ! can_run_32bit; then
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
   if ! dpkg -s qemu-user >/dev/null 2>&1; then
     echo "setup: installing qemu-user (this kernel cannot run 32-bit programs)"
     $sudo apt-get update -qq

@@ -102,7 +102,7 @@ struct FamilyTrie {
       const std::vector<typename F::entry> &e) {
     std::vector<Prefix> p;
     p.reserve(e.size());
-    for (const auto &x : e) p.push_back({entry_addr<F>(x), x.len});
+    for (const auto &x : e) p.push_back({record_addr<F>(x), x.len});
     return p;
   }
 
@@ -174,8 +174,7 @@ struct FamilyTrie {
 
   // Answered by the forwarding table; the index names the matching prefix.
   void lookup(const Addr &addr) const {
-    uint32_t data =
-        fib ? F::fib_lookup(fib, F::c_key(addr_key<F>(addr))) : miss;
+    uint32_t data = fib ? F::fib_lookup(fib, F::word_key(addr.w)) : miss;
     Prefix match;
     std::string prefix;
     bool hit = data != miss;

@@ -101,7 +101,7 @@ void progress(const char *fmt, ...) {
 template <class F>
 double nested_pct(const std::vector<typename F::entry> &in) {
   std::vector<Prefix> p;
-  for (const auto &e : in) p.push_back({entry_addr<F>(e), e.len});
+  for (const auto &e : in) p.push_back({record_addr<F>(e), e.len});
   std::sort(p.begin(), p.end(), [](const Prefix &a, const Prefix &b) {
     return a.addr != b.addr ? a.addr < b.addr : a.len < b.len;
   });

@@ -48,7 +48,7 @@ uint32_t groups_needed(const std::vector<typename F::entry> &in,
   for (unsigned d : bounds) {
     std::set<Addr> seen;
     for (const auto &e : in)
-      if (e.len > d) seen.insert(lpm::mask_to(lpm::entry_addr<F>(e), d));
+      if (e.len > d) seen.insert(lpm::mask_to(lpm::record_addr<F>(e), d));
     total += seen.size();
   }
   return static_cast<uint32_t>(total + 16);

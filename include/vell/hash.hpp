@@ -44,9 +44,9 @@ struct hash_calls {
   // sc_khash's size-class context (null when omitted).
   template <typename... A>
   static table *construct(uint32_t hint, A... extra) {
-    if constexpr (sizeof...(A) == 0 && std::is_base_of_v<ohash_family, F>)
+    if constexpr (sizeof...(A) == 0 && std::is_same_v<table, sc_ohash>)
       return F::construct(hint, "", nullptr);
-    else if constexpr (sizeof...(A) == 0 && std::is_base_of_v<khash_family, F>)
+    else if constexpr (sizeof...(A) == 0 && std::is_same_v<table, sc_khash>)
       return F::construct(hint, nullptr, nullptr);
     else
       return F::construct(hint, extra..., nullptr);

@@ -43,7 +43,7 @@ class lookup_table {
 
   // The data word of the longest stored prefix covering a, or nullopt.
   std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
-    return decode(Single(t_.get(), F::c_key(F::make_key(a.words()))));
+    return decode(Single(t_.get(), F::word_key(a.words())));
   }
   // out[i] = lookup(keys[i]) for every i below the smaller size, the walks
   // of each batch interleaved.

@@ -77,6 +77,9 @@ struct trie4_family
 
   // The key of the address words w.
   static key make_key(const uint32_t *w) noexcept { return w[0]; }
+  // The single lookup's key argument for the address words w, taken in
+  // place (no key is made).
+  static uint32_t word_key(const uint32_t *w) noexcept { return w[0]; }
   // A key, or an array of keys, as the single and bulk lookups take them.
   static uint32_t c_key(const key &k) noexcept { return k; }
   static const uint32_t *c_keys(const key *k) noexcept { return k; }
@@ -114,6 +117,7 @@ struct trie6_family
   static key make_key(const uint32_t *w) noexcept {
     return {w[0], w[1], w[2], w[3]};
   }
+  static const uint32_t *word_key(const uint32_t *w) noexcept { return w; }
   static const uint32_t *c_key(const key &k) noexcept { return k.data(); }
   static const uint32_t (*c_keys(const key *k) noexcept)[4] {
     static_assert(sizeof(key) == sizeof(uint32_t[4]));

@@ -37,11 +37,11 @@ Addr addr(const R &r) {
 // The single lookups of a trie and of a compiled table at a test address.
 template <class F>
 uint32_t lpmatch(const typename F::trie *t, const Addr &k) {
-  return F::lpmatch(t, F::c_key(F::make_key(k.data())));
+  return F::lpmatch(t, F::word_key(k.data()));
 }
 template <class F>
 uint32_t fib_lookup(const typename F::fib *f, const Addr &k) {
-  return F::fib_lookup(f, F::c_key(F::make_key(k.data())));
+  return F::fib_lookup(f, F::word_key(k.data()));
 }
 
 // What a family's diagnostics name: the function ("sc_btrie6" + part) and

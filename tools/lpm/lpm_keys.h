@@ -30,14 +30,14 @@ std::vector<typename F::key> draw_keys(
     bool uniform = mix == KeyMix::uniform ||
                    (mix == KeyMix::half && rng() % 2) || entries.empty();
     if (uniform) {
-      keys.push_back(addr_key<F>(mask_to(random, width(family_of<F>))));
+      keys.push_back(F::make_key(mask_to(random, width(family_of<F>)).w));
       continue;
     }
     const auto &e = entries[rng() % entries.size()];
-    Addr base = entry_addr<F>(e), host = mask_to(random, width(family_of<F>));
+    Addr base = record_addr<F>(e), host = mask_to(random, width(family_of<F>));
     Addr net_bits = mask_to(host, e.len);
     for (unsigned w = 0; w < 4; ++w) base.w[w] |= host.w[w] ^ net_bits.w[w];
-    keys.push_back(addr_key<F>(base));
+    keys.push_back(F::make_key(base.w));
   }
   return keys;
 }

@@ -22,16 +22,12 @@ constexpr Family family_of = F::words == 1 ? Family::v4 : Family::v6;
 template <class F>
 constexpr uint32_t max_root_branch = std::min(F::max_root_branch, 20u);
 
-template <class F>
-Addr entry_addr(const typename F::entry &e) {
+// The address of an entry or an iterator's item.
+template <class F, class Record>
+Addr record_addr(const Record &r) {
   Addr a;
-  F::addr_words(e, a.w);
+  F::addr_words(r, a.w);
   return a;
-}
-
-template <class F>
-typename F::key addr_key(const Addr &a) {
-  return F::make_key(a.w);
 }
 
 // Calls f(addr, len, data) for every item of the trie's iterator; false
@@ -41,11 +37,8 @@ bool for_each_item(typename F::trie *t, Call f) {
   typename F::iter *it = F::iter_construct(t);
   if (!it) return false;
   typename F::item item;
-  while (F::iter_next(it, &item) == 0) {
-    Addr a;
-    F::addr_words(item, a.w);
-    f(a, item.len, item.data);
-  }
+  while (F::iter_next(it, &item) == 0)
+    f(record_addr<F>(item), item.len, item.data);
   F::iter_destruct(it);
   return true;
 }
@@ -63,7 +56,7 @@ size_t keep_first_of_duplicates(std::vector<typename F::entry> &entries) {
   std::vector<Key> keys;
   keys.reserve(entries.size());
   for (size_t i = 0; i < entries.size(); ++i)
-    keys.push_back({entry_addr<F>(entries[i]), entries[i].len, i});
+    keys.push_back({record_addr<F>(entries[i]), entries[i].len, i});
   std::sort(keys.begin(), keys.end(), [](const Key &a, const Key &b) {
     if (a.addr != b.addr) return a.addr < b.addr;
     return a.len != b.len ? a.len < b.len : a.pos < b.pos;
