@@ -126,6 +126,57 @@ void sc_btrie_fib_lookup_bulk(const sc_btrie_fib *fib, const uint32_t *keys,
                               uint32_t *data, uint32_t n);
 uint32_t sc_btrie_fib_memory_usage(const sc_btrie_fib *fib);
 
+/* Live table: a forwarding table whose prefixes one writer changes while
+ * any number of reader threads look up, without locks. The caller
+ * serialises the writer-side calls (construct, destruct, set, remove,
+ * publish, size, memory_usage). set and remove stage a change; publish
+ * makes every staged change visible, none before. Lookups answer, for each
+ * key, the data word of the longest prefix covering it (else `miss`) in the
+ * prefix set of one published version, never older than the last publish
+ * completed before the call began, and a reader never sees a key's answer
+ * go back to an older version. A publish becomes visible root slot by root
+ * slot (each slot covers 2^14 addresses), so while it lands, keys under
+ * different slots (also within one bulk call) may answer from the versions
+ * either side of it.
+ * Readers register (lock-free, any thread) and call quiescent between
+ * batches of work, declaring that they hold nothing from earlier lookups;
+ * a block a publish replaced is given back, inside a later publish or the
+ * destruct, only once every registered reader has been quiescent or has
+ * unregistered since. Blocks follow the fib's allocation rule and are taken
+ * only inside writer-side calls. Address bits past `len` must be 0. Bad
+ * arguments and failed allocations get a level-2 diagnostic
+ * ("sc_btrie_live_<operation>: ...") and change nothing. */
+typedef struct sc_btrie_live sc_btrie_live;
+/* null on bad arguments (max_readers 0) or no memory */
+sc_btrie_live *sc_btrie_live_construct(void *sz_ctx, uint32_t miss,
+                                       uint32_t max_readers);
+/* no reader may be inside a lookup; gives back every block */
+void sc_btrie_live_destruct(sc_btrie_live *live);
+/* stage: add or replace addr/len with data. 0 staged; -1 refused (bad
+ * prefix, no memory), nothing staged */
+int sc_btrie_live_set(sc_btrie_live *live, uint32_t addr, uint32_t len,
+                      uint32_t data);
+/* stage a removal. 0 staged; 1 not present (published or staged), nothing
+ * staged; -1 bad prefix */
+int sc_btrie_live_remove(sc_btrie_live *live, uint32_t addr, uint32_t len);
+/* 0: every staged change is visible (or none was staged), and what no
+ * reader can still see is given back; -1: no memory: readers keep the
+ * previous version and the staged changes stay staged */
+int sc_btrie_live_publish(sc_btrie_live *live);
+/* prefixes held, staged changes included */
+uint32_t sc_btrie_live_size(const sc_btrie_live *live);
+uint32_t sc_btrie_live_memory_usage(const sc_btrie_live *live);
+/* a slot 0 .. max_readers-1, or -1 when all are taken */
+int sc_btrie_live_reader_register(sc_btrie_live *live);
+void sc_btrie_live_reader_unregister(sc_btrie_live *live, int reader);
+/* the reader holds nothing from its earlier lookups */
+void sc_btrie_live_quiescent(sc_btrie_live *live, int reader);
+/* registered readers only */
+uint32_t sc_btrie_live_lookup(const sc_btrie_live *live, uint32_t key);
+void sc_btrie_live_lookup_bulk(const sc_btrie_live *live,
+                               const uint32_t *keys, uint32_t *data,
+                               uint32_t n);
+
 #ifdef __cplusplus
 }
 #endif

@@ -99,6 +99,28 @@ void sc_btrie6_fib_lookup_bulk(const sc_btrie6_fib *fib,
                                uint32_t n);
 uint32_t sc_btrie6_fib_memory_usage(const sc_btrie6_fib *fib);
 
+/* Live table, as the IPv4 one (see sc_btrie.h); messages read
+ * "sc_btrie6_live_<operation>: ...". */
+typedef struct sc_btrie6_live sc_btrie6_live;
+sc_btrie6_live *sc_btrie6_live_construct(void *sz_ctx, uint32_t miss,
+                                         uint32_t max_readers);
+void sc_btrie6_live_destruct(sc_btrie6_live *live);
+int sc_btrie6_live_set(sc_btrie6_live *live, const uint32_t addr[4],
+                       uint32_t len, uint32_t data);
+int sc_btrie6_live_remove(sc_btrie6_live *live, const uint32_t addr[4],
+                          uint32_t len);
+int sc_btrie6_live_publish(sc_btrie6_live *live);
+uint32_t sc_btrie6_live_size(const sc_btrie6_live *live);
+uint32_t sc_btrie6_live_memory_usage(const sc_btrie6_live *live);
+int sc_btrie6_live_reader_register(sc_btrie6_live *live);
+void sc_btrie6_live_reader_unregister(sc_btrie6_live *live, int reader);
+void sc_btrie6_live_quiescent(sc_btrie6_live *live, int reader);
+uint32_t sc_btrie6_live_lookup(const sc_btrie6_live *live,
+                               const uint32_t key[4]);
+void sc_btrie6_live_lookup_bulk(const sc_btrie6_live *live,
+                                const uint32_t (*keys)[4], uint32_t *data,
+                                uint32_t n);
+
 #ifdef __cplusplus
 }
 #endif
