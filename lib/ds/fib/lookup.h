@@ -22,21 +22,46 @@ inline uint32_t child_word(const uint32_t *node, uint64_t runs, uint64_t inner,
   return node[kHeaderWords + at];
 }
 
-// k: the key's words, most significant first, followed by a 0 word.
+// The answer under a root slot that holds node position `word`: one node
+// per kStride key bits from the root's end until a leaf.
 template <class S>
-[[gnu::always_inline]] inline uint32_t lookup(const Table *t,
-                                              const uint32_t *k) {
-  uint32_t slot = k[0] >> (32 - S::kRootBits);
-  uint32_t word = t->root[slot];
-  if (!(t->root_inner[slot >> 5] >> (slot & 31) & 1)) return word;
+[[gnu::always_inline]] inline uint32_t walk(const uint32_t *pool, uint32_t word,
+                                            const uint32_t *k) {
   for (uint32_t p = S::kRootBits;; p += kStride) {
-    const uint32_t *node = t->pool + word;
+    const uint32_t *node = pool + word;
     uint32_t c = stride_bits<S::kWords>(k, p);
     uint64_t in = inner(node);
     bool leaf = !(in >> c & 1);
     word = child_word(node, runs(node), in, c, leaf);
     if (leaf) return word;
   }
+}
+
+// A frozen table's root slot: its word, and whether that is a node's
+// position (else the answer).
+struct FrozenRoot {
+  const Table *t;
+  [[gnu::always_inline]] bool operator()(uint32_t slot, uint32_t &word) const {
+    word = t->root[slot];
+    return t->root_inner[slot >> 5] >> (slot & 31) & 1;
+  }
+};
+
+// k: the key's words, most significant first, followed by a 0 word. Root
+// reads a root slot as FrozenRoot does.
+template <class S, class Root>
+[[gnu::always_inline]] inline uint32_t lookup(const Root &root,
+                                              const uint32_t *pool,
+                                              const uint32_t *k) {
+  uint32_t word;
+  if (!root(k[0] >> (32 - S::kRootBits), word)) return word;
+  return walk<S>(pool, word, k);
+}
+
+template <class S>
+[[gnu::always_inline]] inline uint32_t lookup(const Table *t,
+                                              const uint32_t *k) {
+  return lookup<S>(FrozenRoot{t}, t->pool, k);
 }
 
 // Lookups of n keys (kWords words each) in groups that descend level by
@@ -46,8 +71,10 @@ template <class S>
 // a branch-free variant with the answer's line prefetched separately, and a
 // software pipeline around the single lookup; IPv6 walks, about four nodes
 // deep, gain some 5% from groups of 32.
-template <class S>
-[[gnu::always_inline]] inline void lookup_bulk(const Table *t,
+template <class S, class Root>
+[[gnu::always_inline]] inline void lookup_bulk(const Root &root,
+                                               const uint32_t *pool,
+                                               const uint32_t *root_words,
                                                const uint32_t *keys,
                                                uint32_t *data, uint32_t n) {
   constexpr uint32_t W = S::kWords, kGroup = W == 1 ? 16 : 32;
@@ -59,15 +86,14 @@ template <class S>
     for (uint32_t j = 0; j < m; ++j) {
       for (uint32_t w = 0; w < W; ++w) k[j][w] = keys[(base + j) * W + w];
       k[j][W] = 0;
-      prefetch(t->root + (k[j][0] >> (32 - S::kRootBits)));
+      prefetch(root_words + (k[j][0] >> (32 - S::kRootBits)));
     }
     uint32_t live = 0;
     for (uint32_t j = 0; j < m; ++j) {
-      uint32_t slot = k[j][0] >> (32 - S::kRootBits);
-      uint32_t word = t->root[slot];
-      if (t->root_inner[slot >> 5] >> (slot & 31) & 1) {
+      uint32_t word;
+      if (root(k[j][0] >> (32 - S::kRootBits), word)) {
         at[j] = word;
-        prefetch(t->pool + word);
+        prefetch(pool + word);
         walking[live++] = j;
       } else {
         data[base + j] = word;
@@ -77,7 +103,7 @@ template <class S>
       uint32_t still = 0;
       for (uint32_t i = 0; i < live; ++i) {
         uint32_t j = walking[i];
-        const uint32_t *node = t->pool + at[j];
+        const uint32_t *node = pool + at[j];
         uint32_t c = stride_bits<W>(k[j], p);
         uint64_t in = inner(node);
         bool leaf = !(in >> c & 1);
@@ -86,13 +112,20 @@ template <class S>
           data[base + j] = word;
         } else {
           at[j] = word;
-          prefetch(t->pool + word);
+          prefetch(pool + word);
           walking[still++] = j;
         }
       }
       live = still;
     }
   }
+}
+
+template <class S>
+[[gnu::always_inline]] inline void lookup_bulk(const Table *t,
+                                               const uint32_t *keys,
+                                               uint32_t *data, uint32_t n) {
+  lookup_bulk<S>(FrozenRoot{t}, t->pool, t->root, keys, data, n);
 }
 
 }  // namespace vds::fib

@@ -1,0 +1,68 @@
+// The node pool of a live table's version, as the node writer
+// (fib/node_writer.h) takes words from it. Each node is kept after one
+// word holding its inherited answer, which a later publish reads to
+// rebuild part of the node's region. A published pool never moves (readers
+// hold positions into it), so taking words either fails when it is full
+// (the publish then compacts the table into a new version) or, for a
+// version not yet published, moves it to a block twice as large.
+#pragma once
+
+#include <stdint.h>
+#include <string.h>
+
+#include "fib/blocks.h"
+#include "live/version.h"
+#include "trie/blocks.h"
+
+namespace vds::live {
+
+template <class F>
+class Pool {
+ public:
+  static constexpr uint32_t kLead = 1;
+
+  Pool(Version *v, void *ctx, bool growing, const char *op)
+      : v_(v), ctx_(ctx), op_(op), growing_(growing) {}
+
+  uint32_t *words() { return v_->pool; }
+  bool take(uint32_t size, uint64_t &at) {
+    uint64_t want = uint64_t{v_->used} + size;
+    if (want > v_->pool_words) {
+      if (!growing_) {
+        full_ = true;
+        return false;
+      }
+      uint64_t words = 2 * uint64_t{v_->pool_words};
+      if (!resize(words < want ? want : words)) return false;
+    }
+    at = v_->used;
+    v_->used = static_cast<uint32_t>(want);
+    return true;
+  }
+  // Whether a take failed for want of room in a pool that cannot grow
+  // (else for want of memory, reported).
+  bool full() const { return full_; }
+
+  // Moves the used words into a block of `words` words; false (reported)
+  // when it cannot be taken, the pool then as it was. A block's bytes fit
+  // 32 bits, so node positions stay below kNode and a root word holds them.
+  bool resize(uint64_t words) {
+    auto *moved =
+        static_cast<uint32_t *>(fib::take_array<F>(ctx_, words, 4u, op_));
+    if (!moved) return false;
+    if (v_->used) memcpy(moved, v_->pool, v_->used * sizeof(uint32_t));
+    if (v_->pool) trie::give<F>(ctx_, v_->pool, v_->pool_words * 4u);
+    v_->pool = moved;
+    v_->pool_words = static_cast<uint32_t>(words);
+    return true;
+  }
+
+ private:
+  Version *v_;
+  void *ctx_;
+  const char *op_;
+  bool growing_;
+  bool full_ = false;
+};
+
+}  // namespace vds::live

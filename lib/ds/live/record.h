@@ -1,0 +1,211 @@
+// The writer's record of a live table's prefixes: every prefix held, staged
+// changes included, in the compiler's order (fib/prefixes.h: address order,
+// enclosing prefixes before what they enclose), so the prefixes under any
+// region are one run of it. It is a sorted sequence cut into chunks of up
+// to kChunkItems, found through a sorted directory of chunk pointers: an
+// insert or erase moves at most one chunk's items, and a chunk is split or
+// merged as it fills or empties. Readers never see it.
+#pragma once
+
+#include <stdint.h>
+#include <string.h>
+
+#include "fib/blocks.h"
+#include "fib/prefixes.h"
+#include "trie/blocks.h"
+
+namespace vds::live {
+
+template <uint32_t W>
+int compare(const fib::Prefix<W> &a, const fib::Prefix<W> &b) {
+  for (uint32_t w = 0; w < W; ++w)
+    if (a.addr[w] != b.addr[w]) return a.addr[w] < b.addr[w] ? -1 : 1;
+  return a.len < b.len ? -1 : a.len > b.len;
+}
+
+// Whether the first `len` bits of a and b agree.
+template <uint32_t W>
+bool same_bits(const uint32_t *a, const uint32_t *b, uint32_t len) {
+  for (uint32_t w = 0; w < W && len; ++w) {
+    uint32_t keep = len >= 32 ? 32 : len;
+    uint32_t mask = ~0u << (32 - keep);
+    if ((a[w] ^ b[w]) & mask) return false;
+    len -= keep;
+  }
+  return true;
+}
+
+// F: a family (live.h) naming the width and the allocation rule.
+template <class F>
+class Record {
+ public:
+  using Item = fib::Prefix<F::kWords>;
+  static constexpr uint32_t kChunkItems = 64;
+  struct Chunk {
+    uint32_t n;
+    Item items[kChunkItems];
+  };
+  // A place in the sequence: chunk index and item index; the end is
+  // {n_chunks, 0}.
+  struct Pos {
+    uint32_t chunk, at;
+  };
+
+  void init(void *ctx) {
+    memset(static_cast<void *>(this), 0, sizeof *this);
+    ctx_ = ctx;
+  }
+  // Gives back every block.
+  void release() {
+    for (uint32_t i = 0; i < n_chunks_; ++i) give_chunk(dir_[i]);
+    if (dir_) trie::give<F>(ctx_, dir_, cap_ * uint32_t{sizeof(Chunk *)});
+    init(ctx_);
+  }
+
+  uint32_t size() const { return size_; }
+  uint32_t bytes() const {
+    return n_chunks_ * uint32_t{sizeof(Chunk)} +
+           cap_ * uint32_t{sizeof(Chunk *)};
+  }
+
+  // The first place whose item is not before key.
+  Pos lower_bound(const Item &key) const {
+    if (!n_chunks_) return Pos{0, 0};
+    uint32_t ci = chunk_for(key);
+    uint32_t i = index_in(dir_[ci], key);
+    return i == dir_[ci]->n ? Pos{ci + 1, 0} : Pos{ci, i};
+  }
+  bool end(Pos p) const { return p.chunk >= n_chunks_; }
+  const Item &at(Pos p) const { return dir_[p.chunk]->items[p.at]; }
+  void next(Pos &p) const {
+    if (++p.at == dir_[p.chunk]->n) p = Pos{p.chunk + 1, 0};
+  }
+  Pos begin() const { return Pos{0, 0}; }
+
+  // The item with key's address and length, or null.
+  Item *find(const Item &key) {
+    Pos p = lower_bound(key);
+    if (end(p) || compare(at(p), key) != 0) return nullptr;
+    return &dir_[p.chunk]->items[p.at];
+  }
+
+  // Adds it, or replaces the data of the item with its address and length.
+  // False (the failure reported as op's) when a block could not be taken;
+  // the record is then unchanged.
+  bool assign(const Item &it, const char *op) {
+    if (!n_chunks_ && !add_chunk(0, op)) return false;
+    uint32_t ci = chunk_for(it);
+    Chunk *c = dir_[ci];
+    uint32_t i = index_in(c, it);
+    if (i < c->n && compare(c->items[i], it) == 0) {
+      c->items[i].data = it.data;
+      return true;
+    }
+    if (c->n == kChunkItems) {
+      // Appending past the last item starts a new chunk, so a table added
+      // in order fills its chunks; elsewhere the chunk splits in halves.
+      bool append = ci + 1 == n_chunks_ && i == c->n;
+      if (!add_chunk(ci + 1, op)) return false;
+      Chunk *right = dir_[ci + 1];
+      if (!append) {
+        const uint32_t half = kChunkItems / 2;
+        memcpy(right->items, c->items + half, half * sizeof(Item));
+        right->n = half;
+        c->n = half;
+      }
+      if (i >= c->n) {
+        i -= c->n;
+        c = right;
+      }
+    }
+    memmove(c->items + i + 1, c->items + i, (c->n - i) * sizeof(Item));
+    c->items[i] = it;
+    ++c->n;
+    ++size_;
+    return true;
+  }
+
+  // Removes the item with key's address and length; false when absent.
+  bool erase(const Item &key) {
+    if (!n_chunks_) return false;
+    uint32_t ci = chunk_for(key);
+    Chunk *c = dir_[ci];
+    uint32_t i = index_in(c, key);
+    if (i == c->n || compare(c->items[i], key) != 0) return false;
+    memmove(c->items + i, c->items + i + 1, (c->n - i - 1) * sizeof(Item));
+    --c->n;
+    --size_;
+    // A chunk that shares a chunk's room with its right neighbour takes its
+    // items, so churn cannot leave the record mostly empty chunks.
+    if (ci + 1 < n_chunks_ && c->n + dir_[ci + 1]->n <= kChunkItems / 2) {
+      memcpy(c->items + c->n, dir_[ci + 1]->items,
+             dir_[ci + 1]->n * sizeof(Item));
+      c->n += dir_[ci + 1]->n;
+      drop_chunk(ci + 1);
+    } else if (!c->n) {
+      drop_chunk(ci);
+    }
+    return true;
+  }
+
+ private:
+  // The chunk an item with this key belongs in: the last whose first item
+  // is not after it, or the first.
+  uint32_t chunk_for(const Item &key) const {
+    uint32_t lo = 0, hi = n_chunks_;
+    while (hi - lo > 1) {
+      uint32_t mid = (lo + hi) / 2;
+      if (compare(dir_[mid]->items[0], key) <= 0)
+        lo = mid;
+      else
+        hi = mid;
+    }
+    return lo;
+  }
+  static uint32_t index_in(const Chunk *c, const Item &key) {
+    uint32_t a = 0, b = c->n;
+    while (a < b) {
+      uint32_t mid = (a + b) / 2;
+      if (compare(c->items[mid], key) < 0)
+        a = mid + 1;
+      else
+        b = mid;
+    }
+    return a;
+  }
+
+  // Inserts an empty chunk at directory index i, growing the directory
+  // first; nothing changes when a block cannot be taken.
+  bool add_chunk(uint32_t i, const char *op) {
+    if (n_chunks_ == cap_) {
+      uint32_t cap = cap_ ? 2 * cap_ : 16;
+      auto **dir = static_cast<Chunk **>(
+          fib::take_array<F>(ctx_, cap, uint32_t{sizeof(Chunk *)}, op));
+      if (!dir) return false;
+      if (n_chunks_) memcpy(dir, dir_, n_chunks_ * sizeof(Chunk *));
+      if (dir_) trie::give<F>(ctx_, dir_, cap_ * uint32_t{sizeof(Chunk *)});
+      dir_ = dir;
+      cap_ = cap;
+    }
+    auto *c = static_cast<Chunk *>(
+        fib::take_array<F>(ctx_, 1, uint32_t{sizeof(Chunk)}, op));
+    if (!c) return false;
+    c->n = 0;
+    memmove(dir_ + i + 1, dir_ + i, (n_chunks_ - i) * sizeof(Chunk *));
+    dir_[i] = c;
+    ++n_chunks_;
+    return true;
+  }
+  void drop_chunk(uint32_t i) {
+    give_chunk(dir_[i]);
+    memmove(dir_ + i, dir_ + i + 1, (n_chunks_ - i - 1) * sizeof(Chunk *));
+    --n_chunks_;
+  }
+  void give_chunk(Chunk *c) { trie::give<F>(ctx_, c, sizeof(Chunk)); }
+
+  Chunk **dir_;
+  uint32_t n_chunks_, cap_, size_;
+  void *ctx_;
+};
+
+}  // namespace vds::live

@@ -1,0 +1,56 @@
+// One published version of a live table: what readers see. It is a
+// compiled table (fib/table.h) whose root holds one word per slot, read
+// and replaced atomically, so a reader can never see half of a change: a
+// word with kNode set holds a node's pool position in its other bits,
+// any other word is the answer itself. An answer with kNode set is kept in
+// a node whose children all answer it (a value node).
+//
+// Nodes are never changed once a root word can lead to them: a publish
+// writes new nodes into the pool's unused words and then replaces root
+// words; the words it no longer reaches stay until the whole version is
+// compacted into a new one and retired.
+#pragma once
+
+#include <stdint.h>
+
+#include "fib/lookup.h"
+
+namespace vds::live {
+
+constexpr uint32_t kNode = 0x80000000u;
+
+struct Version {
+  uint32_t *root;       // kRootSlots words, read and replaced atomically
+  uint32_t *pool;       // the nodes, each after its inherited answer
+  uint32_t pool_words;  // the pool's size
+  uint32_t used;        // words written (the writer's)
+  uint32_t miss_node;   // position of the miss's value node, 0 when none
+  uint32_t retired_at;  // epoch of its retirement
+  Version *next_retired;
+};
+
+// A live root slot as fib::lookup reads one. acquire: the nodes a word
+// leads to were written before the release store that published it.
+struct LiveRoot {
+  const uint32_t *root;
+  [[gnu::always_inline]] bool operator()(uint32_t slot, uint32_t &word) const {
+    uint32_t w = __atomic_load_n(root + slot, __ATOMIC_ACQUIRE);
+    word = w & ~kNode;
+    return w & kNode;
+  }
+};
+
+template <class S>
+[[gnu::always_inline]] inline uint32_t lookup(const Version *v,
+                                              const uint32_t *k) {
+  return fib::lookup<S>(LiveRoot{v->root}, v->pool, k);
+}
+
+template <class S>
+[[gnu::always_inline]] inline void lookup_bulk(const Version *v,
+                                               const uint32_t *keys,
+                                               uint32_t *data, uint32_t n) {
+  fib::lookup_bulk<S>(LiveRoot{v->root}, v->pool, v->root, keys, data, n);
+}
+
+}  // namespace vds::live
