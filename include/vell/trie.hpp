@@ -33,22 +33,36 @@ namespace detail {
 // Keys handed to a bulk lookup at a time.
 constexpr uint32_t kLookupBatch = 64;
 
-// What a trie and its compiled table share: ownership of the C table, and
-// lookups of the words they store, data + 1, so that 0 is a miss.
-template <typename F, typename Table, auto Destruct, auto Single, auto Bulk,
-          auto Memory>
-class lookup_table {
- public:
+// The highest data word a handle stores: it keeps data + 1, so that the
+// C tables' 0 is left for a miss.
+constexpr uint32_t kMaxData = UINT32_MAX - 1;
+
+// The word stored for data, data + 1; false (reported) above kMaxData.
+inline bool stored_word(uint32_t data, uint32_t &word) noexcept {
+  if (data > kMaxData) {
+    report("vell: data word %u is reserved (at most %u)\n", data, kMaxData);
+    return false;
+  }
+  word = data + 1;
+  return true;
+}
+
+// Lookups through a C table's Single and Bulk calls of the words stored
+// as data + 1: std::nullopt for 0, the data word otherwise.
+template <typename F, auto Single, auto Bulk>
+struct stored_lookups {
   using addr_type = typename F::addr;
 
-  // The data word of the longest stored prefix covering a, or nullopt.
-  std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
-    return decode(Single(t_.get(), F::word_key(a.words())));
+  template <typename Table>
+  static std::optional<uint32_t> one(const Table *t,
+                                     const addr_type &a) noexcept {
+    return decode(Single(t, F::word_key(a.words())));
   }
-  // out[i] = lookup(keys[i]) for every i below the smaller size, the walks
+  // out[i] = one(t, keys[i]) for every i below the smaller size, the walks
   // of each batch interleaved.
-  void lookup(std::span<const addr_type> keys,
-              std::span<std::optional<uint32_t>> out) const noexcept {
+  template <typename Table>
+  static void many(const Table *t, std::span<const addr_type> keys,
+                   std::span<std::optional<uint32_t>> out) noexcept {
     size_t n = keys.size() < out.size() ? keys.size() : out.size();
     typename F::key batch[kLookupBatch];
     uint32_t data[kLookupBatch];
@@ -57,9 +71,36 @@ class lookup_table {
           static_cast<uint32_t>(n - i < kLookupBatch ? n - i : kLookupBatch);
       for (uint32_t j = 0; j < m; ++j)
         batch[j] = F::make_key(keys[i + j].words());
-      Bulk(t_.get(), F::c_keys(batch), data, m);
+      Bulk(t, F::c_keys(batch), data, m);
       for (uint32_t j = 0; j < m; ++j) out[i + j] = decode(data[j]);
     }
+  }
+
+ private:
+  static std::optional<uint32_t> decode(uint32_t word) noexcept {
+    if (!word) return std::nullopt;
+    return word - 1;
+  }
+};
+
+// What a trie and its compiled table share: ownership of the C table, and
+// lookups of the words they store, data + 1, so that 0 is a miss.
+template <typename F, typename Table, auto Destruct, auto Single, auto Bulk,
+          auto Memory>
+class lookup_table {
+  using lookups = stored_lookups<F, Single, Bulk>;
+
+ public:
+  using addr_type = typename F::addr;
+
+  // The data word of the longest stored prefix covering a, or nullopt.
+  std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
+    return lookups::one(t_.get(), a);
+  }
+  // out[i] = lookup(keys[i]) for every i below the smaller size.
+  void lookup(std::span<const addr_type> keys,
+              std::span<std::optional<uint32_t>> out) const noexcept {
+    lookups::many(t_.get(), keys, out);
   }
   uint32_t memory_usage() const noexcept { return Memory(t_.get()); }
   Table *get() const noexcept { return t_.get(); }
@@ -68,10 +109,6 @@ class lookup_table {
   explicit lookup_table(Table *t) noexcept : t_(t) {}
 
  private:
-  static std::optional<uint32_t> decode(uint32_t word) noexcept {
-    if (!word) return std::nullopt;
-    return word - 1;
-  }
   handle<Table, Destruct> t_;
 };
 
@@ -90,7 +127,7 @@ class basic_trie : public detail::trie_table<F> {
     prefix_type prefix;
     uint32_t data;
   };
-  static constexpr uint32_t max_data = UINT32_MAX - 1;
+  static constexpr uint32_t max_data = detail::kMaxData;
 
   // Builds a trie from a forward range of (prefix, data word) pairs: any
   // element a structured binding splits into a prefix_type and a word.
@@ -104,14 +141,10 @@ class basic_trie : public detail::trie_table<F> {
     if (n && !entries.get()) return std::nullopt;
     uint32_t i = 0;
     for (const auto &[prefix, data] : routes) {
-      uint32_t word = data;
-      if (word > max_data) {
-        detail::report("vell: data word %u is reserved (at most %u)\n", word,
-                       max_data);
-        return std::nullopt;
-      }
+      uint32_t word;
+      if (!detail::stored_word(data, word)) return std::nullopt;
       entries.get()[i++] =
-          F::make_entry(prefix.address().words(), prefix.length(), word + 1);
+          F::make_entry(prefix.address().words(), prefix.length(), word);
     }
     typename F::trie *t =
         F::construct(o.sz_ctx, entries.get(), i, o.fill_factor, o.root_branch);
