@@ -52,6 +52,7 @@ struct trie4_family
   using iter = sc_btrie_iter;
   using item = sc_btrie_item;
   using fib = sc_btrie_fib;
+  using live = sc_btrie_live;
   using addr = ipv4_addr;
   using key = uint32_t;  // one lookup key, as stored by callers
   static constexpr const char *name = "sc_btrie";
@@ -74,6 +75,19 @@ struct trie4_family
   static constexpr auto fib_lookup = sc_btrie_fib_lookup;
   static constexpr auto fib_lookup_bulk = sc_btrie_fib_lookup_bulk;
   static constexpr auto fib_memory_usage = sc_btrie_fib_memory_usage;
+  static constexpr auto live_construct = sc_btrie_live_construct;
+  static constexpr auto live_destruct = sc_btrie_live_destruct;
+  static constexpr auto live_set = sc_btrie_live_set;
+  static constexpr auto live_remove = sc_btrie_live_remove;
+  static constexpr auto live_publish = sc_btrie_live_publish;
+  static constexpr auto live_size = sc_btrie_live_size;
+  static constexpr auto live_memory_usage = sc_btrie_live_memory_usage;
+  static constexpr auto live_reader_register = sc_btrie_live_reader_register;
+  static constexpr auto live_reader_unregister =
+      sc_btrie_live_reader_unregister;
+  static constexpr auto live_quiescent = sc_btrie_live_quiescent;
+  static constexpr auto live_lookup = sc_btrie_live_lookup;
+  static constexpr auto live_lookup_bulk = sc_btrie_live_lookup_bulk;
 
   // The key of the address words w.
   static key make_key(const uint32_t *w) noexcept { return w[0]; }
@@ -91,6 +105,7 @@ struct trie6_family
   using iter = sc_btrie6_iter;
   using item = sc_btrie6_item;
   using fib = sc_btrie6_fib;
+  using live = sc_btrie6_live;
   using addr = ipv6_addr;
   using key = std::array<uint32_t, 4>;
   static constexpr const char *name = "sc_btrie6";
@@ -113,6 +128,19 @@ struct trie6_family
   static constexpr auto fib_lookup = sc_btrie6_fib_lookup;
   static constexpr auto fib_lookup_bulk = sc_btrie6_fib_lookup_bulk;
   static constexpr auto fib_memory_usage = sc_btrie6_fib_memory_usage;
+  static constexpr auto live_construct = sc_btrie6_live_construct;
+  static constexpr auto live_destruct = sc_btrie6_live_destruct;
+  static constexpr auto live_set = sc_btrie6_live_set;
+  static constexpr auto live_remove = sc_btrie6_live_remove;
+  static constexpr auto live_publish = sc_btrie6_live_publish;
+  static constexpr auto live_size = sc_btrie6_live_size;
+  static constexpr auto live_memory_usage = sc_btrie6_live_memory_usage;
+  static constexpr auto live_reader_register = sc_btrie6_live_reader_register;
+  static constexpr auto live_reader_unregister =
+      sc_btrie6_live_reader_unregister;
+  static constexpr auto live_quiescent = sc_btrie6_live_quiescent;
+  static constexpr auto live_lookup = sc_btrie6_live_lookup;
+  static constexpr auto live_lookup_bulk = sc_btrie6_live_lookup_bulk;
 
   static key make_key(const uint32_t *w) noexcept {
     return {w[0], w[1], w[2], w[3]};
