@@ -8,36 +8,16 @@
 #include <utility>
 #include <vector>
 
-#include "../trie/families.h"
-#include "fuzz_support.h"
+#include "trie_model.h"
 
 namespace {
 
 using tt::Addr;
 
-// The stored prefixes: (address, length) to every data word given for it.
-// Of duplicates the trie keeps one, so any of them is a right answer.
-using Model = std::map<std::pair<Addr, uint32_t>, std::set<uint32_t>>;
-
-// The data words of the longest stored prefix covering key, or null.
-template <class F>
-const std::set<uint32_t> *longest(const Model &m, const Addr &key) {
-  for (int len = F::bits; len >= 0; --len) {
-    auto it = m.find({tt::cut<F>(key, len), uint32_t(len)});
-    if (it != m.end()) return &it->second;
-  }
-  return nullptr;
-}
-
-template <class F>
-Addr make_addr(FuzzedDataProvider &in, const std::vector<Addr> &seen) {
-  Addr a{};
-  if (!seen.empty() && in.ConsumeBool())
-    a = seen[in.ConsumeIntegralInRange<size_t>(0, seen.size() - 1)];
-  for (uint32_t w = 0; w < F::words; ++w)
-    if (in.ConsumeBool()) a[w] ^= in.ConsumeIntegral<uint32_t>();
-  return a;
-}
+// The stored prefixes, each with every data word given for it. Of
+// duplicates the trie keeps one, so any of them is a right answer.
+using Model = fuzz::Prefixes<std::set<uint32_t>>;
+using fuzz::make_addr;
 
 template <class F>
 void run(FuzzedDataProvider &in) {
@@ -100,7 +80,7 @@ void run(FuzzedDataProvider &in) {
                       : std::vector<uint32_t>(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) {
     uint32_t got = tt::lpmatch<F>(t, keys[i]);
-    const std::set<uint32_t> *want = longest<F>(model, keys[i]);
+    const std::set<uint32_t> *want = fuzz::longest<F>(model, keys[i]);
     FUZZ_CHECK(want ? want->count(got) != 0 : got == 0);
     FUZZ_CHECK(bulk[i] == got);
     if (!fib) continue;
