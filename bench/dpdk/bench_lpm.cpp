@@ -16,31 +16,20 @@
 //
 //   bench_lpm [--keys N] [--synthetic N] [--threads N] [--nested FILE]
 //             [--json FILE] [TABLE...]
-#include <errno.h>
-#include <sched.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <random>
 #include <set>
 #include <string>
-#include <thread>
-#include <unordered_map>
 #include <vector>
 
-#include "lpm_clock.h"
-#include "lpm_formats.h"
+#include "lpm_bench.h"
 #include "lpm_keys.h"
-#include "lpm_ranges.h"
-#include "lpm_table.h"
 #include "lpm_text.h"
-#include "lpm_trie.h"
 #ifdef VELL_HAVE_DPDK
 #include "lpm_peer_dpdk.h"
 #endif
@@ -48,10 +37,6 @@
 namespace {
 
 using namespace lpm;
-
-constexpr uint32_t kFill = 50, kRootBranch4 = 16, kRootBranch6 = 15;
-constexpr uint32_t kBatch = 64;  // keys per bulk call, a typical burst
-constexpr int kRuns = 3;         // each rate is the best of this many runs
 
 // Lookup rates in M/s on one key set, single and bulk.
 struct Rates {
@@ -63,16 +48,6 @@ struct Row {
   Rates uniform, inside;
 };
 
-// Puts the calling thread, the i-th of a run, on processor i (modulo
-// their number): DPDK's start pins the main thread to one processor, and
-// new threads would inherit that.
-void place(unsigned i) {
-  cpu_set_t one;
-  CPU_ZERO(&one);
-  CPU_SET(static_cast<int>(i % sysconf(_SC_NPROCESSORS_ONLN)), &one);
-  sched_setaffinity(0, sizeof one, &one);
-}
-
 // Every case's rows, for --json.
 struct Case {
   std::string title;
@@ -81,66 +56,6 @@ struct Case {
   std::vector<Row> rows;
 };
 std::vector<Case> results;
-
-// A progress line on stderr, overwritten by the next, when stderr is a
-// terminal: the peers' builds take up to a minute. An empty format clears.
-void progress(const char *fmt, ...) {
-  static const bool tty = isatty(STDERR_FILENO);
-  if (!tty) return;
-  va_list ap;
-  va_start(ap, fmt);
-  fputs("\r\033[K", stderr);
-  vfprintf(stderr, fmt, ap);
-  va_end(ap);
-  fflush(stderr);
-}
-
-// The share of prefixes that lie inside another prefix of the table: in
-// address order each prefix follows those that enclose it, which a stack
-// of the enclosing chain tracks.
-template <class F>
-double nested_pct(const std::vector<typename F::entry> &in) {
-  std::vector<Prefix> p;
-  for (const auto &e : in) p.push_back({record_addr<F>(e), e.len});
-  std::sort(p.begin(), p.end(), [](const Prefix &a, const Prefix &b) {
-    return a.addr != b.addr ? a.addr < b.addr : a.len < b.len;
-  });
-  std::vector<Prefix> chain;
-  size_t nested = 0;
-  for (const Prefix &x : p) {
-    while (!chain.empty() &&
-           mask_to(x.addr, chain.back().len) != chain.back().addr)
-      chain.pop_back();
-    nested += !chain.empty();
-    chain.push_back(x);
-  }
-  return p.empty() ? 0
-                   : 100.0 * static_cast<double>(nested) /
-                         static_cast<double>(p.size());
-}
-
-// Best rate over kRuns runs of f(thread), which handles n keys per run on
-// each of `threads` threads at once.
-double rate(size_t n, unsigned threads,
-            const std::function<void(unsigned)> &f) {
-  double best = 1e30;
-  for (int r = 0; r < kRuns; ++r) {
-    double t0 = now_seconds();
-    if (threads <= 1) {
-      f(0);
-    } else {
-      std::vector<std::thread> pool;
-      for (unsigned i = 0; i < threads; ++i)
-        pool.emplace_back([&f, i] {
-          place(i);
-          f(i);
-        });
-      for (auto &th : pool) th.join();
-    }
-    best = std::min(best, now_seconds() - t0);
-  }
-  return static_cast<double>(n) * std::max(threads, 1u) / best / 1e6;
-}
 
 void print_header(unsigned threads) {
   printf("  %-12s %9s %10s | %-21s | %-21s%s\n", "", "build", "memory",
@@ -171,16 +86,6 @@ void print_row(const Row &r) {
                    b.inside.bulk));
 }
 
-// Data words replaced by small dense numbers, so that every library can
-// hold them (the peers keep 24 or 21 bits of next hop); 0 stays a miss.
-template <class Entry>
-void densify(std::vector<Entry> &in) {
-  std::unordered_map<uint32_t, uint32_t> id;
-  for (Entry &e : in)
-    e.data =
-        id.emplace(e.data, static_cast<uint32_t>(id.size()) + 1).first->second;
-}
-
 // Measures one library on both key sets: single lookups with `one`, bulk
 // lookups with `many`, checking that both answer as `expected` (filled
 // from the first library measured). Returns the number of keys that differ.
@@ -188,18 +93,9 @@ template <class Key, class One, class Many>
 size_t measure(Rates &r, const std::vector<Key> &keys,
                std::vector<uint32_t> &expected, unsigned threads, One one,
                Many many) {
-  const uint32_t n = static_cast<uint32_t>(keys.size());
-  std::vector<std::vector<uint32_t>> out(std::max(threads, 1u),
-                                         std::vector<uint32_t>(n));
   size_t differ = 0;
-  auto check = [&] {
-    if (expected.empty()) expected = out[0];
-    for (uint32_t i = 0; i < n; ++i) differ += out[0][i] != expected[i];
-  };
-  r.single = rate(n, threads, [&](unsigned i) { one(keys, out[i].data(), n); });
-  check();
-  r.bulk = rate(n, threads, [&](unsigned i) { many(keys, out[i].data(), n); });
-  check();
+  r.single = checked_rate(keys, expected, differ, threads, one);
+  r.bulk = checked_rate(keys, expected, differ, threads, many);
   return differ;
 }
 
@@ -212,21 +108,6 @@ size_t measure_sets(Row &row, const std::vector<Key> &uniform,
                     One one, Many many) {
   return measure(row.uniform, uniform, want_uniform, threads, one, many) +
          measure(row.inside, inside, want_inside, threads, one, many);
-}
-
-// A library's single lookup over a key set, and its bulk lookup in batches.
-template <class Key, class Lookup>
-auto one_by_one(Lookup lookup) {
-  return [=](const std::vector<Key> &k, uint32_t *d, uint32_t n) {
-    for (uint32_t i = 0; i < n; ++i) d[i] = lookup(k[i]);
-  };
-}
-template <class Key, class LookupBulk>
-auto in_batches(LookupBulk lookup_bulk) {
-  return [=](const std::vector<Key> &k, uint32_t *d, uint32_t n) {
-    for (uint32_t i = 0; i < n; i += kBatch)
-      lookup_bulk(&k[i], &d[i], std::min(kBatch, n - i));
-  };
 }
 
 template <class F>
@@ -251,7 +132,7 @@ void run_case(const char *title, std::vector<typename F::entry> in,
   double t0 = now_seconds();
   typename F::trie *t =
       F::construct(nullptr, in.data(), static_cast<uint32_t>(in.size()), kFill,
-                   F::words == 1 ? kRootBranch4 : kRootBranch6);
+                   kRootBranch<F>);
   trie.build_ms = (now_seconds() - t0) * 1e3;
   if (!t) {
     printf("  trie not built\n");
@@ -360,56 +241,36 @@ std::vector<vell::trie4_family::entry> synthetic4(size_t n) {
   return out;
 }
 
-// Reads the tables into one, saying why not on stderr.
-bool load(const std::vector<std::string> &names, Table &table) {
-  std::string error;
-  std::vector<std::string> warnings;
-  bool ok = load_files(names, table, error, warnings);
-  for (const std::string &w : warnings)
-    fprintf(stderr, "bench_lpm: warning: %s\n", w.c_str());
-  if (!ok) fprintf(stderr, "bench_lpm: %s\n", error.c_str());
-  return ok;
-}
-
 // Every case's figures as one JSON document, for plots and comparisons
 // across runs.
 bool write_json(const std::string &path, size_t n_keys, unsigned threads) {
-  FILE *f = fopen(path.c_str(), "w");
-  if (!f) {
-    fprintf(stderr, "bench_lpm: %s: %s\n", path.c_str(), strerror(errno));
-    return false;
-  }
-  fprintf(f,
-          "{\"keys\": %zu, \"threads\": %u, \"runs\": %d, \"batch\": %u, "
-          "\"cases\": [",
-          n_keys, threads, kRuns, kBatch);
-  for (size_t i = 0; i < results.size(); ++i) {
-    const Case &c = results[i];
+  return write_file("bench_lpm", path, [&](FILE *f) {
     fprintf(f,
-            "%s\n {\"title\": %s, \"prefixes\": %zu, \"nested_pct\": %.1f, "
-            "\"rows\": [",
-            i ? "," : "", json_string(c.title).c_str(), c.prefixes,
-            c.nested_pct);
-    for (size_t j = 0; j < c.rows.size(); ++j) {
-      const Row &r = c.rows[j];
+            "{\"keys\": %zu, \"threads\": %u, \"runs\": %d, \"batch\": %u, "
+            "\"cases\": [",
+            n_keys, threads, kRuns, kBatch);
+    for (size_t i = 0; i < results.size(); ++i) {
+      const Case &c = results[i];
       fprintf(f,
-              "%s\n  {\"library\": %s, \"build_ms\": %.1f, \"memory_mb\": "
-              "%.2f, \"uniform\": {\"single_mps\": %.2f, \"bulk_mps\": "
-              "%.2f}, \"inside\": {\"single_mps\": %.2f, \"bulk_mps\": "
-              "%.2f}}",
-              j ? "," : "", json_string(r.name).c_str(), r.build_ms,
-              r.memory_mb, r.uniform.single, r.uniform.bulk, r.inside.single,
-              r.inside.bulk);
+              "%s\n {\"title\": %s, \"prefixes\": %zu, \"nested_pct\": %.1f, "
+              "\"rows\": [",
+              i ? "," : "", json_string(c.title).c_str(), c.prefixes,
+              c.nested_pct);
+      for (size_t j = 0; j < c.rows.size(); ++j) {
+        const Row &r = c.rows[j];
+        fprintf(f,
+                "%s\n  {\"library\": %s, \"build_ms\": %.1f, \"memory_mb\": "
+                "%.2f, \"uniform\": {\"single_mps\": %.2f, \"bulk_mps\": "
+                "%.2f}, \"inside\": {\"single_mps\": %.2f, \"bulk_mps\": "
+                "%.2f}}",
+                j ? "," : "", json_string(r.name).c_str(), r.build_ms,
+                r.memory_mb, r.uniform.single, r.uniform.bulk, r.inside.single,
+                r.inside.bulk);
+      }
+      fputs("]}", f);
     }
-    fputs("]}", f);
-  }
-  fputs("\n]}\n", f);
-  bool ok = fflush(f) == 0 && !ferror(f);
-  ok = fclose(f) == 0 && ok;
-  if (!ok)
-    fprintf(stderr, "bench_lpm: %s: cannot write: %s\n", path.c_str(),
-            strerror(errno));
-  return ok;
+    fputs("\n]}\n", f);
+  });
 }
 
 }  // namespace
@@ -441,14 +302,14 @@ int main(int argc, char **argv) {
   }
   if (tables.empty()) tables = default_tables();
   Table table, nested_table;
-  if (!load(tables, table) ||
-      (!nested.empty() && !load({nested}, nested_table)))
+  if (!load("bench_lpm", tables, table) ||
+      (!nested.empty() && !load("bench_lpm", {nested}, nested_table)))
     return 1;
 
   bool peer_ready = false;
 #ifdef VELL_HAVE_DPDK
   std::string why;
-  peer_ready = peer::start(why);
+  peer_ready = peer::start("bench_lpm", why);
   if (!peer_ready)
     printf("DPDK could not start (%s): vell-ds alone\n", why.c_str());
 #else
