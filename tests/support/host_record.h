@@ -53,6 +53,9 @@ void reset();
 // The n-th allocation attempt from now (1-based, any allocator) fails;
 // 0 switches failure off.
 void fail_nth(long n);
+// Cancels the planned failure if it has not happened; failure_injected()
+// still tells whether it did.
+void disarm();
 // Whether the planned failure has happened since fail_nth.
 bool failure_injected();
 // Allocation attempts since reset (including failed ones).

@@ -129,6 +129,7 @@ void fail_nth(long n) {
   st().fail_at = n ? st().attempts + n : 0;
   st().injected = false;
 }
+void disarm() { st().fail_at = 0; }
 bool failure_injected() { return st().injected; }
 long alloc_attempts() { return st().attempts; }
 const std::vector<Block> &blocks() { return st().blocks; }

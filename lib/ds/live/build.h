@@ -31,9 +31,10 @@ class Builder {
  public:
   using Item = fib::Prefix<F::kWords>;
 
-  // growing: v is not published yet, so its pool may move.
-  Builder(State<F> &s, Version *v, bool growing)
-      : s_(s), v_(v), pool_(v, s.sz_ctx, growing, F::kOps.publish) {}
+  // growing: v is not published yet, so its pool may move. Failures are
+  // reported as op's.
+  Builder(State<F> &s, Version *v, bool growing, const char *op)
+      : s_(s), v_(v), op_(op), pool_(v, s.sz_ctx, growing, op) {}
 
   // Fills v's root and pool from the whole record (and s.base from its
   // short prefixes).
@@ -110,8 +111,8 @@ class Builder {
       count += keys[i].len <= R ? uint64_t{1} << (R - keys[i].len) : 1;
     }
     if (count > F::kRootSlots) count = F::kRootSlots;
-    auto *pending = static_cast<Pending *>(fib::take_array<F>(
-        s_.sz_ctx, count, uint32_t{sizeof(Pending)}, F::kOps.publish));
+    auto *pending = static_cast<Pending *>(
+        fib::take_array<F>(s_.sz_ctx, count, uint32_t{sizeof(Pending)}, op_));
     if (!pending) return Outcome::kNoMemory;
     uint32_t n_pending = 0;
     for (uint32_t i = 0; i < n;) {
@@ -268,8 +269,8 @@ class Builder {
   bool copy(uint32_t &n, const Item &it) {
     if (n == s_.scratch_cap) {
       uint32_t cap = s_.scratch_cap ? 2 * s_.scratch_cap : 256;
-      auto *grown = static_cast<Item *>(fib::take_array<F>(
-          s_.sz_ctx, cap, uint32_t{sizeof(Item)}, F::kOps.publish));
+      auto *grown = static_cast<Item *>(
+          fib::take_array<F>(s_.sz_ctx, cap, uint32_t{sizeof(Item)}, op_));
       if (!grown) return false;
       if (n) memcpy(grown, s_.scratch, n * sizeof(Item));
       if (s_.scratch)
@@ -329,6 +330,7 @@ class Builder {
 
   State<F> &s_;
   Version *v_;
+  const char *op_;
   Pool<F> pool_;
 };
 

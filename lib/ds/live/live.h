@@ -69,7 +69,7 @@ Version *compile(State<F> *t, const char *op) {
   const Version *old = t->current.load(std::memory_order_relaxed);
   uint64_t estimate = 2 * uint64_t{t->record.size()} + 64;
   if (old && old->used > estimate) estimate = old->used;
-  Builder<F> b(*t, v, true);
+  Builder<F> b(*t, v, true, op);
   if (!v->root || !b.pool().resize(estimate) || b.compile() != Outcome::kDone ||
       !b.pool().resize(v->used + v->used / 4 + 1024)) {
     give_version<F>(t->sz_ctx, v);
@@ -245,7 +245,7 @@ int publish(State<F> *t) {
       t->n_staged = static_cast<uint32_t>(
           std::unique(keys, keys + t->n_staged, same) - keys);
       Version *v = t->current.load(std::memory_order_relaxed);
-      o = Builder<F>(*t, v, false).update(keys, t->n_staged);
+      o = Builder<F>(*t, v, false, F::kOps.publish).update(keys, t->n_staged);
     }
     if (o == Outcome::kNoRoom) {
       Version *v = compile<F>(t, F::kOps.publish);
@@ -265,7 +265,7 @@ template <class F>
 uint32_t memory_usage(const typename F::Live *t) {
   if (!t) return 0;
   using Item = typename State<F>::Item;
-  uint64_t bytes = sizeof *t + t->record.bytes() + 2 * root_bytes<F>() +
+  uint64_t bytes = sizeof *t + t->record.bytes() + root_bytes<F>() +
                    F::kRootSlots / 8 +
                    t->readers.count() * uint64_t{sizeof(ReaderSlot)} +
                    (uint64_t{t->staged_cap} + t->scratch_cap) * sizeof(Item);
