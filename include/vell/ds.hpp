@@ -1,10 +1,10 @@
 // The C++ layer of vell-ds: owning, move-only handles over the C records
-// (the tries and their compiled forwarding tables, the hash tables, the
-// timer set, the vector, the list), value types for addresses and
-// prefixes, and ranges. Header-only; it calls the C functions of
-// libvell-ds.so, adds no symbol to it and throws nothing of its own.
-// Constructors that can fail return std::optional (or, for timers, a
-// handle that tests false); the library reports why.
+// (the tries, their compiled forwarding tables and the live tables, the
+// hash tables, the timer set, the vector, the list), value types for
+// addresses and prefixes, and ranges. Header-only; it calls the C
+// functions of libvell-ds.so, adds no symbol to it and throws nothing of
+// its own. Constructors that can fail return std::optional (or, for
+// timers, a handle that tests false); the library reports why.
 #pragma once
 
 #include "vell/addr.hpp"
@@ -12,6 +12,7 @@
 #include "vell/handle.hpp"
 #include "vell/hash.hpp"
 #include "vell/list.hpp"
+#include "vell/live.hpp"
 #include "vell/timer.hpp"
 #include "vell/trie.hpp"
 #include "vell/vector.hpp"
