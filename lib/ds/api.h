@@ -12,6 +12,14 @@
 // must be inlined into both copies (gnu::always_inline). The resolver runs
 // before any sanitizer runtime is ready, so it is not instrumented; it has
 // external (hidden) linkage because clang binds an ifunc only to that.
+// Where the compiler can, it is kept free of every sanitizer's calls, even
+// ThreadSanitizer's function entry hooks.
+#if defined(__has_attribute) && __has_attribute(disable_sanitizer_instrumentation)
+#define VDS_NO_INSTRUMENTATION __attribute__((disable_sanitizer_instrumentation))
+#else
+#define VDS_NO_INSTRUMENTATION
+#endif
+
 #define VDS_API_POPCOUNT(ret, name, params, args, impl)                       \
   static ret name##_generic params { return impl args; }                      \
   [[gnu::target("popcnt")]] static ret name##_popcnt params {                 \
@@ -19,7 +27,8 @@
   }                                                                           \
   extern "C" {                                                                \
   __attribute__((used, visibility("hidden"),                                  \
-                 no_sanitize("address", "undefined"))) auto name##_resolve()  \
+                 no_sanitize("address", "undefined", "thread")))              \
+  VDS_NO_INSTRUMENTATION auto name##_resolve()                                \
       -> ret(*) params {                                                      \
     __builtin_cpu_init();                                                     \
     return __builtin_cpu_supports("popcnt") ? name##_popcnt : name##_generic; \
