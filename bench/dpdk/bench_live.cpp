@@ -87,10 +87,7 @@ struct Check {
   std::string what;
   size_t keys, differ;
 };
-struct Case {
-  std::string title;
-  size_t prefixes;
-  double nested_pct;
+struct Case : CaseHead {
   std::vector<Figure> figures;
   std::vector<Check> checks;
 
@@ -522,11 +519,6 @@ double reset(Live<F> &live, Stream<F> &s) {
 constexpr double kMB = 1048576.0;
 const char *const kSetName[2] = {"uniform keys", "keys inside"};
 
-// Lookup rates in M/s on one key set.
-struct Rates {
-  double single = 0, bulk = 0, quiescent = 0;
-};
-
 // One case: the table, its two key sets, the fib compiled from it (the
 // answers every table must give), the live table and the peer, each
 // changed by its own copy of the stream.
@@ -611,42 +603,30 @@ class Bench {
       const Keys &k = sets_[s];
       std::vector<uint32_t> &want = want_[s];
       Rates fib, live, theirs;
-      fib.single =
-          checked_rate(k, want, differ, 1, one_by_one<Key>([&](const Key &x) {
-                         return F::fib_lookup(frozen_.fib, F::c_key(x));
-                       }));
-      fib.bulk = checked_rate(
-          k, want, differ, 1,
-          in_batches<Key>([&](const Key *x, uint32_t *d, uint32_t n) {
-            F::fib_lookup_bulk(frozen_.fib, F::c_keys(x), d, n);
-          }));
+      double live_q = 0, their_q = 0;
+      differ += measure_table<F, F::fib_lookup, F::fib_lookup_bulk>(
+          fib, frozen_.fib, k, want, 1);
+      differ += measure_table<F, F::live_lookup, F::live_lookup_bulk>(
+          live, live_.t, k, want, 1);
       typename Live<F>::Reader r(live_);
-      live.single =
-          checked_rate(k, want, differ, 1, one_by_one<Key>([&](const Key &x) {
-                         return F::live_lookup(live_.t, F::c_key(x));
-                       }));
-      live.bulk = checked_rate(
-          k, want, differ, 1,
-          in_batches<Key>([&](const Key *x, uint32_t *d, uint32_t n) {
-            F::live_lookup_bulk(live_.t, F::c_keys(x), d, n);
-          }));
-      live.quiescent = checked_rate(
+      live_q = checked_rate(
           k, want, differ, 1,
           in_batches<Key>([&](const Key *x, uint32_t *d, uint32_t n) {
             live_.read_batch(r.slot, x, d, n);
           }));
 #ifdef VELL_HAVE_DPDK
-      if (peer_up_) theirs = peer_rates(s, peer_differ);
+      if (peer_up_) their_q = peer_rates(s, theirs, peer_differ);
 #endif
-      auto row = [&](const char *what, double Rates::*f, bool with_fib) {
-        std::vector<Value> v{{"live", live.*f}};
-        if (with_fib) v.push_back({"fib", fib.*f});
-        if (theirs.*f > 0) v.push_back({peer_name(), theirs.*f});
+      auto row = [&](const char *what, double ours, double fib_v,
+                     double their_v) {
+        std::vector<Value> v{{"live", ours}};
+        if (fib_v > 0) v.push_back({"fib", fib_v});
+        if (their_v > 0) v.push_back({peer_name(), their_v});
         c_.add(std::string(what) + ", " + kSetName[s], "M/s", v);
       };
-      row("single lookups", &Rates::single, true);
-      row("bulk lookups", &Rates::bulk, true);
-      row("bulk + quiescent a call", &Rates::quiescent, false);
+      row("single lookups", live.single, fib.single, theirs.single);
+      row("bulk lookups", live.bulk, fib.bulk, theirs.bulk);
+      row("bulk + quiescent a call", live_q, 0, their_q);
     }
     std::vector<Value> q;
     {
@@ -843,29 +823,32 @@ class Bench {
       peer_keys_[s] = P::convert(sets_[s]);
   }
 
-  Rates peer_rates(int s, size_t &differ) {
+  // The peer's single and bulk rates into r, and with rte_lpm the rate of
+  // bulk calls each followed by the reader's quiescent call (else 0).
+  double peer_rates(int s, Rates &r, size_t &differ) {
     using PK = typename P::Keys::value_type;
     const typename P::Keys &k = peer_keys_[s];
-    Rates r;
-    r.single = checked_rate(k, want_[s], differ, 1,
-                            [&](const typename P::Keys &x, uint32_t *d,
-                                uint32_t n) { p_.lookup(x, d, n); });
-    r.bulk =
-        checked_rate(k, want_[s], differ, 1,
-                     in_batches<PK>([&](const PK *x, uint32_t *d, uint32_t n) {
-                       p_.lookup_batch(x, d, n);
-                     }));
+    auto batch = [&](const PK *x, uint32_t *d, uint32_t n) {
+      p_.lookup_batch(x, d, n);
+    };
+    differ += measure(
+        r, k, want_[s], 1,
+        [&](const typename P::Keys &x, uint32_t *d, uint32_t n) {
+          p_.lookup(x, d, n);
+        },
+        in_batches<PK>(batch));
+    double q = 0;
     if constexpr (P::kHasRcu) {
       p_.reader_online(0);
-      r.quiescent = checked_rate(
+      q = checked_rate(
           k, want_[s], differ, 1,
           in_batches<PK>([&](const PK *x, uint32_t *d, uint32_t n) {
-            p_.lookup_batch(x, d, n);
+            batch(x, d, n);
             p_.quiescent(0);
           }));
       p_.reader_offline(0);
     }
-    return r;
+    return q;
   }
 
   Contended peer_beside_writer(int s, std::vector<uint32_t> &out) {
@@ -920,7 +903,7 @@ void run_case(const char *title, std::vector<typename F::entry> in,
               const Options &o, bool peer_ready) {
   size_t dropped = keep_first_of_duplicates<F>(in);
   densify(in);
-  results.push_back({title, in.size(), nested_pct<F>(in), {}, {}});
+  results.push_back({{title, in.size(), nested_pct<F>(in)}, {}, {}});
   Case &c = results.back();
   printf(
       "\n%s: %zu prefixes (%zu repeated ones dropped), %.1f%% of them inside "
@@ -932,35 +915,27 @@ void run_case(const char *title, std::vector<typename F::entry> in,
 // Every case's figures as one JSON document, for plots and comparisons
 // across runs.
 bool write_json(const std::string &path, const Options &o) {
-  return write_file(kProg, path, [&](FILE *f) {
-    fprintf(f,
-            "{\"keys\": %zu, \"changes\": %zu, \"seconds\": %.3f, \"runs\": "
-            "%d, \"batch\": %u, \"cases\": [",
-            o.keys, o.changes, o.seconds, kRuns, kBatch);
-    for (size_t i = 0; i < results.size(); ++i) {
-      const Case &c = results[i];
-      fprintf(f,
-              "%s\n {\"title\": %s, \"prefixes\": %zu, \"nested_pct\": %.1f, "
-              "\"figures\": [",
-              i ? "," : "", json_string(c.title).c_str(), c.prefixes,
-              c.nested_pct);
-      for (size_t j = 0; j < c.figures.size(); ++j) {
-        const Figure &g = c.figures[j];
-        fprintf(f, "%s\n  {\"metric\": %s, \"unit\": %s", j ? "," : "",
-                json_string(trim(g.metric)).c_str(),
-                json_string(g.unit).c_str());
-        for (const Value &v : g.values)
-          fprintf(f, ", %s: %.6g", json_string(v.who).c_str(), v.v);
-        fputs("}", f);
-      }
-      fputs("],\n  \"checks\": [", f);
-      for (size_t j = 0; j < c.checks.size(); ++j)
-        fprintf(f, "%s\n  {\"what\": %s, \"keys\": %zu, \"differ\": %zu}",
-                j ? "," : "", json_string(c.checks[j].what).c_str(),
-                c.checks[j].keys, c.checks[j].differ);
-      fputs("]}", f);
+  char head[160];
+  snprintf(head, sizeof head,
+           "\"keys\": %zu, \"changes\": %zu, \"seconds\": %.3f, \"runs\": %d, "
+           "\"batch\": %u",
+           o.keys, o.changes, o.seconds, kRuns, kBatch);
+  return write_cases(kProg, path, head, results, [](FILE *f, const Case &c) {
+    fputs(", \"figures\": [", f);
+    for (size_t j = 0; j < c.figures.size(); ++j) {
+      const Figure &g = c.figures[j];
+      fprintf(f, "%s\n  {\"metric\": %s, \"unit\": %s", j ? "," : "",
+              json_string(trim(g.metric)).c_str(), json_string(g.unit).c_str());
+      for (const Value &v : g.values)
+        fprintf(f, ", %s: %.6g", json_string(v.who).c_str(), v.v);
+      fputs("}", f);
     }
-    fputs("\n]}\n", f);
+    fputs("],\n  \"checks\": [", f);
+    for (size_t j = 0; j < c.checks.size(); ++j)
+      fprintf(f, "%s\n  {\"what\": %s, \"keys\": %zu, \"differ\": %zu}",
+              j ? "," : "", json_string(c.checks[j].what).c_str(),
+              c.checks[j].keys, c.checks[j].differ);
+    fputs("]", f);
   });
 }
 
@@ -968,50 +943,29 @@ bool write_json(const std::string &path, const Options &o) {
 
 int main(int argc, char **argv) {
   Options o;
-  std::vector<std::string> tables;
-  std::string nested = VELL_NESTED_TABLE, json_file;
-  for (int i = 1; i < argc; ++i) {
-    if (!strcmp(argv[i], "--keys") && i + 1 < argc)
-      o.keys = strtoull(argv[++i], nullptr, 10);
-    else if (!strcmp(argv[i], "--changes") && i + 1 < argc)
-      o.changes = strtoull(argv[++i], nullptr, 10);
-    else if (!strcmp(argv[i], "--seconds") && i + 1 < argc)
-      o.seconds = strtod(argv[++i], nullptr);
-    else if (!strcmp(argv[i], "--nested") && i + 1 < argc)
-      nested = argv[++i];
-    else if (!strcmp(argv[i], "--json") && i + 1 < argc)
-      json_file = argv[++i];
-    else if (argv[i][0] == '-') {
-      fprintf(stderr,
-              "usage: bench_live [--keys N] [--changes N] [--seconds S] "
-              "[--nested FILE] [--json FILE] [TABLE...]\n");
-      return 2;
-    } else {
-      tables.push_back(argv[i]);
-    }
-  }
-  if (o.keys < kBatch || o.seconds <= 0) {
-    fprintf(stderr, "bench_live: --keys at least %u, --seconds above 0\n",
+  Args a;
+  a.nested = VELL_NESTED_TABLE;
+  bool ok = parse_args(argc, argv, a, [&](std::string_view opt, const char *v) {
+    if (opt == "--changes")
+      o.changes = strtoull(v, nullptr, 10);
+    else if (opt == "--seconds")
+      o.seconds = strtod(v, nullptr);
+    else
+      return false;
+    return true;
+  });
+  o.keys = a.keys;
+  if (!ok || o.keys < kBatch || !(o.seconds > 0)) {
+    fprintf(stderr,
+            "usage: bench_live [--keys N] [--changes N] [--seconds S] "
+            "[--nested FILE] [--json FILE] [TABLE...]\n"
+            "  (--keys at least %u, --seconds above 0)\n",
             kBatch);
     return 2;
   }
-  if (tables.empty()) tables = default_tables();
   Table table, nested_table;
-  if (!load(kProg, tables, table) ||
-      (!nested.empty() && !load(kProg, {nested}, nested_table)))
-    return 1;
-
-  bool peer_ready = false;
-#ifdef VELL_HAVE_DPDK
-  std::string why;
-  peer_ready = peer::start(kProg, why);
-  if (!peer_ready)
-    printf("DPDK could not start (%s): vell-ds alone\n", why.c_str());
-#else
-  printf(
-      "built without DPDK (libdpdk not found at configure time): vell-ds "
-      "alone\n");
-#endif
+  if (!load_tables(kProg, a, table, nested_table)) return 1;
+  const bool peer_ready = start_peer(kProg);
   printf(
       "rates best of %d runs of %.2f s; bulk lookups in batches of %u keys; "
       "%zu changes published one by one; (x.xx) is the first figure over "
@@ -1027,6 +981,6 @@ int main(int argc, char **argv) {
     run_case<vell::trie6_family>("IPv6, real address-to-ASN table", table.v6, o,
                                  peer_ready);
   progress("");
-  if (!json_file.empty() && !write_json(json_file, o)) return 1;
+  if (!a.json.empty() && !write_json(a.json, o)) return 1;
   return 0;
 }

@@ -38,10 +38,6 @@ namespace {
 
 using namespace lpm;
 
-// Lookup rates in M/s on one key set, single and bulk.
-struct Rates {
-  double single = 0, bulk = 0;
-};
 struct Row {
   const char *name;
   double build_ms = 0, memory_mb = 0;
@@ -49,10 +45,7 @@ struct Row {
 };
 
 // Every case's rows, for --json.
-struct Case {
-  std::string title;
-  size_t prefixes;
-  double nested_pct;
+struct Case : CaseHead {
   std::vector<Row> rows;
 };
 std::vector<Case> results;
@@ -86,19 +79,6 @@ void print_row(const Row &r) {
                    b.inside.bulk));
 }
 
-// Measures one library on both key sets: single lookups with `one`, bulk
-// lookups with `many`, checking that both answer as `expected` (filled
-// from the first library measured). Returns the number of keys that differ.
-template <class Key, class One, class Many>
-size_t measure(Rates &r, const std::vector<Key> &keys,
-               std::vector<uint32_t> &expected, unsigned threads, One one,
-               Many many) {
-  size_t differ = 0;
-  r.single = checked_rate(keys, expected, differ, threads, one);
-  r.bulk = checked_rate(keys, expected, differ, threads, many);
-  return differ;
-}
-
 // Both key sets through one library: measure() on each, into its row.
 template <class Key, class One, class Many>
 size_t measure_sets(Row &row, const std::vector<Key> &uniform,
@@ -119,7 +99,7 @@ void run_case(const char *title, std::vector<typename F::entry> in,
   Keys uniform = draw_keys<F>(in, n_keys, KeyMix::uniform);
   Keys inside = draw_keys<F>(in, n_keys, KeyMix::inside);
   std::vector<uint32_t> want_uniform, want_inside;
-  results.push_back({title, in.size(), nested_pct<F>(in), {}});
+  results.push_back({{title, in.size(), nested_pct<F>(in)}, {}});
   Case &c = results.back();
   printf(
       "\n%s: %zu prefixes (%zu repeated ones dropped), %.1f%% of them inside "
@@ -244,79 +224,54 @@ std::vector<vell::trie4_family::entry> synthetic4(size_t n) {
 // Every case's figures as one JSON document, for plots and comparisons
 // across runs.
 bool write_json(const std::string &path, size_t n_keys, unsigned threads) {
-  return write_file("bench_lpm", path, [&](FILE *f) {
-    fprintf(f,
-            "{\"keys\": %zu, \"threads\": %u, \"runs\": %d, \"batch\": %u, "
-            "\"cases\": [",
-            n_keys, threads, kRuns, kBatch);
-    for (size_t i = 0; i < results.size(); ++i) {
-      const Case &c = results[i];
-      fprintf(f,
-              "%s\n {\"title\": %s, \"prefixes\": %zu, \"nested_pct\": %.1f, "
-              "\"rows\": [",
-              i ? "," : "", json_string(c.title).c_str(), c.prefixes,
-              c.nested_pct);
-      for (size_t j = 0; j < c.rows.size(); ++j) {
-        const Row &r = c.rows[j];
-        fprintf(f,
-                "%s\n  {\"library\": %s, \"build_ms\": %.1f, \"memory_mb\": "
-                "%.2f, \"uniform\": {\"single_mps\": %.2f, \"bulk_mps\": "
-                "%.2f}, \"inside\": {\"single_mps\": %.2f, \"bulk_mps\": "
-                "%.2f}}",
-                j ? "," : "", json_string(r.name).c_str(), r.build_ms,
-                r.memory_mb, r.uniform.single, r.uniform.bulk, r.inside.single,
-                r.inside.bulk);
-      }
-      fputs("]}", f);
-    }
-    fputs("\n]}\n", f);
-  });
+  char head[128];
+  snprintf(head, sizeof head,
+           "\"keys\": %zu, \"threads\": %u, \"runs\": %d, \"batch\": %u",
+           n_keys, threads, kRuns, kBatch);
+  return write_cases(
+      "bench_lpm", path, head, results, [](FILE *f, const Case &c) {
+        fputs(", \"rows\": [", f);
+        for (size_t j = 0; j < c.rows.size(); ++j) {
+          const Row &r = c.rows[j];
+          fprintf(f,
+                  "%s\n  {\"library\": %s, \"build_ms\": %.1f, "
+                  "\"memory_mb\": %.2f, \"uniform\": "
+                  "{\"single_mps\": %.2f, \"bulk_mps\": %.2f}, "
+                  "\"inside\": {\"single_mps\": %.2f, "
+                  "\"bulk_mps\": %.2f}}",
+                  j ? "," : "", json_string(r.name).c_str(), r.build_ms,
+                  r.memory_mb, r.uniform.single, r.uniform.bulk,
+                  r.inside.single, r.inside.bulk);
+        }
+        fputs("]", f);
+      });
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  size_t n_keys = 4000000, n_synthetic = 1000000;
+  size_t n_synthetic = 1000000;
   unsigned threads = 1;
-  std::vector<std::string> tables;
-  std::string nested = VELL_NESTED_TABLE, json_file;
-  for (int i = 1; i < argc; ++i) {
-    if (!strcmp(argv[i], "--keys") && i + 1 < argc)
-      n_keys = strtoull(argv[++i], nullptr, 10);
-    else if (!strcmp(argv[i], "--threads") && i + 1 < argc)
-      threads = static_cast<unsigned>(strtoul(argv[++i], nullptr, 10));
-    else if (!strcmp(argv[i], "--synthetic") && i + 1 < argc)
-      n_synthetic = strtoull(argv[++i], nullptr, 10);
-    else if (!strcmp(argv[i], "--nested") && i + 1 < argc)
-      nested = argv[++i];
-    else if (!strcmp(argv[i], "--json") && i + 1 < argc)
-      json_file = argv[++i];
-    else if (argv[i][0] == '-') {
-      fprintf(stderr,
-              "usage: bench_lpm [--keys N] [--synthetic N] [--threads N] "
-              "[--nested FILE] [--json FILE] [TABLE...]\n");
-      return 2;
-    } else {
-      tables.push_back(argv[i]);
-    }
+  Args a;
+  a.nested = VELL_NESTED_TABLE;
+  if (!parse_args(argc, argv, a, [&](std::string_view opt, const char *v) {
+        if (opt == "--threads")
+          threads = static_cast<unsigned>(strtoul(v, nullptr, 10));
+        else if (opt == "--synthetic")
+          n_synthetic = strtoull(v, nullptr, 10);
+        else
+          return false;
+        return true;
+      })) {
+    fprintf(stderr,
+            "usage: bench_lpm [--keys N] [--synthetic N] [--threads N] "
+            "[--nested FILE] [--json FILE] [TABLE...]\n");
+    return 2;
   }
-  if (tables.empty()) tables = default_tables();
+  const size_t n_keys = a.keys;
   Table table, nested_table;
-  if (!load("bench_lpm", tables, table) ||
-      (!nested.empty() && !load("bench_lpm", {nested}, nested_table)))
-    return 1;
-
-  bool peer_ready = false;
-#ifdef VELL_HAVE_DPDK
-  std::string why;
-  peer_ready = peer::start("bench_lpm", why);
-  if (!peer_ready)
-    printf("DPDK could not start (%s): vell-ds alone\n", why.c_str());
-#else
-  printf(
-      "built without DPDK (libdpdk not found at configure time): vell-ds "
-      "alone\n");
-#endif
+  if (!load_tables("bench_lpm", a, table, nested_table)) return 1;
+  const bool peer_ready = start_peer("bench_lpm");
   printf(
       "best of %d runs; bulk lookups in batches of %u keys; %u thread(s); "
       "trie fill %u, root branch %u (IPv4) / %u (IPv6); the fib compiled "
@@ -336,6 +291,6 @@ int main(int argc, char **argv) {
     run_case<vell::trie6_family>("IPv6, real address-to-ASN table", table.v6,
                                  n_keys, threads, peer_ready);
   progress("");
-  if (!json_file.empty() && !write_json(json_file, n_keys, threads)) return 1;
+  if (!a.json.empty() && !write_json(a.json, n_keys, threads)) return 1;
   return 0;
 }

@@ -1,19 +1,21 @@
-// What the benchmarks against DPDK's LPM tables share: the table loading,
-// data words every library can hold, thread placement, the progress line,
-// best-of-N lookup rates and the loops that drive a library's single and
-// bulk lookups over a key set.
+// What the benchmarks against DPDK's LPM tables share: their options, the
+// table loading and the peer's start, data words every library can hold,
+// thread placement, the progress line, best-of-N lookup rates and the
+// loops that drive a library's single and bulk lookups over a key set.
 #pragma once
 
 #include <errno.h>
 #include <sched.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -22,7 +24,11 @@
 #include "lpm_formats.h"
 #include "lpm_ranges.h"
 #include "lpm_table.h"
+#include "lpm_text.h"
 #include "lpm_trie.h"
+#ifdef VELL_HAVE_DPDK
+#include "lpm_peer_dpdk.h"
+#endif
 
 namespace lpm {
 
@@ -84,6 +90,35 @@ inline bool write_file(const char *prog, const std::string &path,
     fprintf(stderr, "%s: %s: cannot write: %s\n", prog, path.c_str(),
             strerror(errno));
   return ok;
+}
+
+// What every case of a benchmark says of its table.
+struct CaseHead {
+  std::string title;
+  size_t prefixes;
+  double nested_pct;
+};
+
+// Writes the figures of every case as one JSON document: the fields
+// `head` (written as they are), then "cases": one object a case with its
+// title, prefix count and share of nested prefixes, and whatever body(f,
+// case) adds after them (each starting with a comma).
+template <class Case, class Body>
+bool write_cases(const char *prog, const std::string &path,
+                 const std::string &head, const std::vector<Case> &cases,
+                 Body body) {
+  return write_file(prog, path, [&](FILE *f) {
+    fprintf(f, "{%s, \"cases\": [", head.c_str());
+    for (size_t i = 0; i < cases.size(); ++i) {
+      const Case &c = cases[i];
+      fprintf(f, "%s\n {\"title\": %s, \"prefixes\": %zu, \"nested_pct\": %.1f",
+              i ? "," : "", json_string(c.title).c_str(), c.prefixes,
+              c.nested_pct);
+      body(f, c);
+      fputs("}", f);
+    }
+    fputs("\n]}\n", f);
+  });
 }
 
 // Data words replaced by small dense numbers, so that every library can
@@ -172,6 +207,95 @@ auto in_batches(LookupBulk lookup_bulk) {
     for (uint32_t i = 0; i < n; i += kBatch)
       lookup_bulk(&k[i], &d[i], std::min(kBatch, n - i));
   };
+}
+
+// Lookup rates in M/s on one key set, single and bulk.
+struct Rates {
+  double single = 0, bulk = 0;
+};
+
+// Measures one library on a key set: single lookups with `one`, bulk
+// lookups with `many`, checking that both answer as `expected` (filled
+// from the first library measured). Returns the number of keys that differ.
+template <class Key, class One, class Many>
+size_t measure(Rates &r, const std::vector<Key> &keys,
+               std::vector<uint32_t> &expected, unsigned threads, One one,
+               Many many) {
+  size_t differ = 0;
+  r.single = checked_rate(keys, expected, differ, threads, one);
+  r.bulk = checked_rate(keys, expected, differ, threads, many);
+  return differ;
+}
+
+// measure() of table t through a family's single and bulk lookup.
+template <class F, auto Lookup, auto LookupBulk, class Table>
+size_t measure_table(Rates &r, const Table *t,
+                     const std::vector<typename F::key> &keys,
+                     std::vector<uint32_t> &expected, unsigned threads) {
+  using Key = typename F::key;
+  return measure(r, keys, expected, threads, one_by_one<Key>([t](const Key &k) {
+                   return Lookup(t, F::c_key(k));
+                 }),
+                 in_batches<Key>([t](const Key *k, uint32_t *d, uint32_t n) {
+                   LookupBulk(t, F::c_keys(k), d, n);
+                 }));
+}
+
+// The options every benchmark against DPDK takes: --keys N, --nested FILE,
+// --json FILE and the names of the tables. own(option, value) takes the
+// program's other options, which all have a value; false for one it does
+// not know.
+struct Args {
+  size_t keys = 4000000;
+  std::string nested, json;
+  std::vector<std::string> tables;
+};
+inline bool parse_args(
+    int argc, char **argv, Args &a,
+    const std::function<bool(std::string_view, const char *)> &own) {
+  for (int i = 1; i < argc; ++i) {
+    std::string_view opt = argv[i];
+    if (opt.empty() || opt[0] != '-') {
+      a.tables.push_back(argv[i]);
+      continue;
+    }
+    if (i + 1 == argc) return false;
+    const char *value = argv[++i];
+    if (opt == "--keys")
+      a.keys = strtoull(value, nullptr, 10);
+    else if (opt == "--nested")
+      a.nested = value;
+    else if (opt == "--json")
+      a.json = value;
+    else if (!own(opt, value))
+      return false;
+  }
+  return true;
+}
+
+// The tables named (the embedded ones when none is) and the nested table
+// (none when its name is empty); false, said on stderr, when one cannot be
+// read.
+inline bool load_tables(const char *prog, const Args &a, Table &table,
+                        Table &nested) {
+  return load(prog, a.tables.empty() ? default_tables() : a.tables, table) &&
+         (a.nested.empty() || load(prog, {a.nested}, nested));
+}
+
+// Starts the peer's environment; without it says on stdout that vell-ds is
+// measured alone.
+inline bool start_peer(const char *prog) {
+#ifdef VELL_HAVE_DPDK
+  std::string why;
+  if (peer::start(prog, why)) return true;
+  printf("DPDK could not start (%s): vell-ds alone\n", why.c_str());
+#else
+  (void)prog;
+  printf(
+      "built without DPDK (libdpdk not found at configure time): vell-ds "
+      "alone\n");
+#endif
+  return false;
 }
 
 }  // namespace lpm
