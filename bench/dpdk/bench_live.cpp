@@ -431,8 +431,7 @@ Contended contended(double budget, Read read, Write write) {
     std::atomic<bool> stop{false};
     std::vector<double> took;
     double writer_seconds = 0;
-    std::thread writer([&] {
-      place(1);
+    std::thread writer = start_on(1, [&] {
       prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
       took.reserve(static_cast<size_t>(2 * budget / kWriterPeriod) + 16);
       const double t0 = now_seconds();
@@ -451,10 +450,8 @@ Contended contended(double budget, Read read, Write write) {
     });
     size_t keys = 0;
     double reader_seconds = 0;
-    std::thread reader([&] {
-      place(0);
-      reader_seconds = seconds([&] { keys = read(budget); });
-    });
+    std::thread reader = start_on(
+        0, [&] { reader_seconds = seconds([&] { keys = read(budget); }); });
     reader.join();
     stop = true;
     writer.join();
@@ -490,8 +487,7 @@ template <class Body>
 uint64_t sampled_peak(Body body) {
   std::atomic<bool> stop{false};
   uint64_t peak = host_bytes();
-  std::thread sampler([&] {
-    place(1);
+  std::thread sampler = start_on(1, [&] {
     while (!stop.load(std::memory_order_relaxed))
       peak = std::max(peak, host_bytes());
   });

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <errno.h>
+#include <pthread.h>
 #include <sched.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -40,14 +41,19 @@ constexpr int kRuns = 3;         // each rate is the best of this many runs
 template <class F>
 constexpr uint32_t kRootBranch = F::words == 1 ? kRootBranch4 : kRootBranch6;
 
-// Puts the calling thread, the i-th of a run, on processor i (modulo
-// their number): DPDK's start pins the main thread to one processor, and
-// new threads would inherit that.
-inline void place(unsigned i) {
+// Runs f on a new thread bound to processor `cpu` (modulo their number).
+// DPDK's start pins the main thread to one processor, which new threads
+// inherit; the creator rebinds the thread at once, since a thread left to
+// move itself would first have to run there, and at real-time priority it
+// waits behind the creator until that blocks.
+template <class Fn>
+std::thread start_on(unsigned cpu, Fn f) {
+  std::thread t(std::move(f));
   cpu_set_t one;
   CPU_ZERO(&one);
-  CPU_SET(static_cast<int>(i % sysconf(_SC_NPROCESSORS_ONLN)), &one);
-  sched_setaffinity(0, sizeof one, &one);
+  CPU_SET(static_cast<int>(cpu % sysconf(_SC_NPROCESSORS_ONLN)), &one);
+  pthread_setaffinity_np(t.native_handle(), sizeof one, &one);
+  return t;
 }
 
 // A progress line on stderr, overwritten by the next, when stderr is a
@@ -167,10 +173,7 @@ inline double rate(size_t n, unsigned threads,
     } else {
       std::vector<std::thread> pool;
       for (unsigned i = 0; i < threads; ++i)
-        pool.emplace_back([&f, i] {
-          place(i);
-          f(i);
-        });
+        pool.push_back(start_on(i, [&f, i] { f(i); }));
       for (auto &th : pool) th.join();
     }
     best = std::min(best, now_seconds() - t0);
