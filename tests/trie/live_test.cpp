@@ -213,7 +213,11 @@ TYPED_TEST(Live, EveryFailedAllocationLosesNothing) {
         th::fail_nth(k);
         int r = m.publish();
         th::disarm();
-        if (th::failure_injected()) {
+        if (th::failure_injected() && r == 0) {
+          // Only the list of unlinked nodes failed to grow: they wait for
+          // the next compaction, and the publish went through.
+          EXPECT_TRUE(th::diags().empty());
+        } else if (th::failure_injected()) {
           EXPECT_EQ(r, -1);
           ASSERT_EQ(th::diags().size(), 1u) << th::diag_text();
           EXPECT_NE(th::diags()[0].text.find("_live_publish: sc_kmalloc("),

@@ -8,6 +8,7 @@
 // below one child; the node where it ends is rebuilt from the prefixes
 // under its region, and each node above it is copied with that one child
 // replaced. So a change costs the nodes on its path plus its own region.
+// What the new nodes replace is listed as garbage (garbage.h).
 #pragma once
 
 #include <stdint.h>
@@ -18,6 +19,7 @@
 #include "fib/blocks.h"
 #include "fib/lookup.h"
 #include "fib/node_writer.h"
+#include "live/garbage.h"
 #include "live/pool.h"
 #include "live/state.h"
 #include "trie/blocks.h"
@@ -31,59 +33,60 @@ class Builder {
  public:
   using Item = fib::Prefix<F::kWords>;
 
-  // growing: v is not published yet, so its pool may move. Failures are
-  // reported as op's.
-  Builder(State<F> &s, Version *v, bool growing, const char *op)
-      : s_(s), v_(v), op_(op), pool_(v, s.sz_ctx, growing, op) {}
+  // Builds into v, a version not yet published (compile) or the current
+  // one (update). Failures are reported as op's.
+  Builder(State<F> &s, Version *v, bool published, const char *op)
+      : s_(s),
+        v_(v),
+        op_(op),
+        pool_(v, s.sz_ctx, published ? s.free_blocks : nullptr, op) {}
 
-  // Fills v's root and pool from the whole record (and s.base from its
-  // short prefixes).
+  // Fills v's root and pool from the whole record.
   Outcome compile() {
     const uint32_t R = F::kRootBits;
-    for (uint32_t c = 0; c < F::kRootSlots; ++c) s_.base[c] = s_.miss;
     const Record<F> &rec = s_.record;
+    uint32_t *root = v_->root;
+    // The root first holds each slot's inherited answer.
+    for (uint32_t c = 0; c < F::kRootSlots; ++c) root[c] = s_.miss;
     for (auto at = rec.begin(); !rec.end(at); rec.next(at))
-      if (rec.at(at).len <= R) paint_base(rec.at(at));
+      if (rec.at(at).len <= R) paint(rec.at(at), root, 0);
+    auto at = rec.begin();
     for (uint32_t c = 0; c < F::kRootSlots; ++c) {
-      Outcome o = root_word(Child{false, s_.base[c]}, v_->root[c]);
-      if (o != Outcome::kDone) return o;
-    }
-    for (auto at = rec.begin(); !rec.end(at);) {
-      if (rec.at(at).len <= R) {
-        rec.next(at);
-        continue;
-      }
-      const uint32_t slot = Writer::root_slot(rec.at(at));
       uint32_t n = 0;
-      for (; !rec.end(at) && Writer::root_slot(rec.at(at)) == slot &&
-             rec.at(at).len > R;
+      for (; !rec.end(at) &&
+             (rec.at(at).len <= R || Writer::root_slot(rec.at(at)) == c);
            rec.next(at)) {
-        if (!copy(n, rec.at(at))) return Outcome::kNoMemory;
+        if (rec.at(at).len > R && !copy(n, rec.at(at)))
+          return Outcome::kNoMemory;
       }
-      Child c;
-      Outcome o = compile_items(R, n, s_.base[slot], c);
+      Child child;
+      Outcome o = compile_items(R, n, root[c], child);
+      if (o == Outcome::kDone) o = root_word(child, root[c]);
       if (o != Outcome::kDone) return o;
-      v_->root[slot] = c.word | kNode;
     }
     return Outcome::kDone;
   }
 
   // Makes the published version answer for the staged changes `keys`
   // (sorted, distinct): rebuilds what they touch, then replaces the root
-  // words slot by slot. On failure nothing is published and the pool's
-  // used words are as before.
+  // words slot by slot and stamps what they unlinked. On failure nothing
+  // is published, nothing listed as unlinked, and the words at the pool's
+  // end are as before (blocks taken from the free lists stay out of them
+  // until the pool is compacted).
   Outcome update(const Item *keys, uint32_t n) {
     const uint32_t used = v_->used, miss_node = v_->miss_node;
+    const uint32_t listed = s_.n_garbage;
     Outcome o = plan_and_build(keys, n);
     if (o != Outcome::kDone) {
       v_->used = used;
       v_->miss_node = miss_node;
+      s_.n_garbage = listed;
+    } else {
+      stamp_garbage(s_, listed, s_.readers.advance());
     }
     return o;
   }
 
-  // The pool's room was short, not memory.
-  bool pool_full() const { return pool_.full(); }
   Pool<F> &pool() { return pool_; }
 
  private:
@@ -94,7 +97,8 @@ class Builder {
     uint32_t word;
   };
   // A root slot this publish rebuilds: keys [lo, hi) under it, or none
-  // (lo == hi) when it is rebuilt whole; then its new word.
+  // (lo == hi) when a short change rebuilds it whole and `word` holds what
+  // it inherits; then its new root word.
   struct Pending {
     uint32_t slot, lo, hi, word;
   };
@@ -106,20 +110,23 @@ class Builder {
   Outcome plan_and_build(const Item *keys, uint32_t n) {
     const uint32_t R = F::kRootBits;
     uint64_t count = 0;
-    for (uint32_t i = 0; i < n; ++i) {
-      if (keys[i].len <= R) repaint_base(keys[i]);
+    for (uint32_t i = 0; i < n; ++i)
       count += keys[i].len <= R ? uint64_t{1} << (R - keys[i].len) : 1;
-    }
     if (count > F::kRootSlots) count = F::kRootSlots;
     auto *pending = static_cast<Pending *>(
         fib::take_array<F>(s_.sz_ctx, count, uint32_t{sizeof(Pending)}, op_));
     if (!pending) return Outcome::kNoMemory;
+    // A short change is never preceded by one under it (the keys are in
+    // address order, enclosing first), so it finds its slots all taken by
+    // an enclosing change or all free, and then lists them in order.
     uint32_t n_pending = 0;
     for (uint32_t i = 0; i < n;) {
-      uint32_t first = Writer::root_slot(keys[i]);
+      const uint32_t first = Writer::root_slot(keys[i]);
       if (keys[i].len <= R) {
+        const uint32_t from = n_pending;
         for (uint32_t c = first; c < first + (1u << (R - keys[i].len)); ++c)
-          if (mark(c)) pending[n_pending++] = Pending{c, 0, 0, 0};
+          if (mark(c)) pending[n_pending++] = Pending{c, 0, 0, s_.miss};
+        if (n_pending > from) inherit(keys[i], pending + from);
         ++i;
         continue;
       }
@@ -154,12 +161,18 @@ class Builder {
 
   Outcome build_slot(Pending &p, const Item *keys) {
     const uint32_t old = v_->root[p.slot];
+    const bool old_node = old & kNode;
     Child c;
     Outcome o;
-    if (p.lo < p.hi && (old & kNode))
+    if (p.lo < p.hi && old_node) {
       o = descend(F::kRootBits, old & ~kNode, keys + p.lo, p.hi - p.lo, c);
-    else
-      o = compile_region(F::kRootBits, slot_region(p.slot), s_.base[p.slot], c);
+    } else {
+      // Rebuilt whole: inheriting what a short change says, or, under a
+      // root word holding an answer, that answer.
+      const uint32_t inherited = p.lo < p.hi ? old : p.word;
+      o = compile_region(F::kRootBits, slot_region(p.slot), inherited, c);
+      if (o == Outcome::kDone && old_node) unlink_tree(s_, v_, old & ~kNode);
+    }
     if (o != Outcome::kDone) return o;
     return root_word(c, p.word);
   }
@@ -190,10 +203,13 @@ class Builder {
                   Child &out) {
     const uint32_t *node = v_->pool + at;
     const uint32_t inherited = node[-1];
-    for (uint32_t i = 0; i < n; ++i)
-      if (keys[i].len <= p + fib::kStride)
-        return compile_region(p, masked(keys[0], p), inherited, out);
-
+    for (uint32_t i = 0; i < n; ++i) {
+      if (keys[i].len <= p + fib::kStride) {
+        Outcome o = compile_region(p, masked(keys[0], p), inherited, out);
+        if (o == Outcome::kDone) unlink_tree(s_, v_, at);
+        return o;
+      }
+    }
     uint32_t val[fib::kChildren], below[fib::kChildren] = {};
     uint64_t inner = fib::inner(node);
     const uint64_t runs = fib::runs(node);
@@ -230,6 +246,7 @@ class Builder {
     uint32_t next = w.first_child(put);
     for (uint64_t b = inner; b; b &= b - 1)
       v_->pool[next++] = below[std::countr_zero(b)];
+    unlink_node(s_, v_, at);
     out = Child{true, put};
     return Outcome::kDone;
   }
@@ -283,34 +300,39 @@ class Builder {
     return true;
   }
 
-  // Root slots it covers get its answer (enclosing prefixes come first).
-  void paint_base(const Item &it) {
-    const uint32_t first = Writer::root_slot(it);
-    const uint32_t end = first + (1u << (F::kRootBits - it.len));
-    for (uint32_t c = first; c < end; ++c) s_.base[c] = it.data;
+  // The root slots a prefix of at most kRootBits bits covers, from slot
+  // `first` of the 2^kRootBits in `words` on, get its data (enclosing
+  // prefixes come first, so later ones overwrite).
+  static void paint(const Item &it, uint32_t *words, uint32_t first) {
+    const uint32_t from = Writer::root_slot(it) - first;
+    const uint32_t end = from + (1u << (F::kRootBits - it.len));
+    for (uint32_t c = from; c < end; ++c) words[c] = it.data;
+  }
+  static void paint(const Item &it, Pending *slots, uint32_t first) {
+    const uint32_t from = Writer::root_slot(it) - first;
+    const uint32_t end = from + (1u << (F::kRootBits - it.len));
+    for (uint32_t c = from; c < end; ++c) slots[c].word = it.data;
   }
 
-  // s.base over the root slots key covers, from the record: the answer of
-  // the longest prefix enclosing key, then each short prefix under it.
-  void repaint_base(const Item &key) {
-    Item probe = key;
-    uint32_t answer = s_.miss;
+  // What the slots under a short change inherit, from the record: the
+  // answer of the longest prefix enclosing it, then each short prefix under
+  // it. slots: one per slot the change covers, in order.
+  void inherit(const Item &key, Pending *slots) {
     for (uint32_t len = key.len; len-- > 0;) {
-      probe = masked(key, len);
-      if (const Item *found = s_.record.find(probe)) {
-        answer = found->data;
+      if (const Item *found = s_.record.find(masked(key, len))) {
+        Item cover = key;
+        cover.data = found->data;
+        paint(cover, slots, Writer::root_slot(key));
         break;
       }
     }
-    Item cover = key;
-    cover.data = answer;
-    paint_base(cover);
     const Record<F> &rec = s_.record;
     for (auto at = rec.lower_bound(key);
          !rec.end(at) &&
          same_bits<F::kWords>(rec.at(at).addr, key.addr, key.len);
          rec.next(at)) {
-      if (rec.at(at).len <= F::kRootBits) paint_base(rec.at(at));
+      if (rec.at(at).len <= F::kRootBits)
+        paint(rec.at(at), slots, Writer::root_slot(key));
     }
   }
 

@@ -45,10 +45,12 @@ void give_version(void *ctx, Version *v) {
   trie::give<F>(ctx, v, sizeof(Version));
 }
 
-// Gives back the retired versions no registered reader can still hold.
+// Makes the unlinked pool words and the retired versions no registered
+// reader can still hold free for reuse, or gives them back.
 template <class F>
 void reclaim(State<F> *t) {
   const uint32_t oldest = t->readers.oldest();
+  free_garbage(*t, t->current.load(std::memory_order_relaxed), oldest);
   while (t->retired && reached(oldest, t->retired->retired_at)) {
     Version *v = t->retired;
     t->retired = v->next_retired;
@@ -69,8 +71,13 @@ Version *compile(State<F> *t, const char *op) {
   const Version *old = t->current.load(std::memory_order_relaxed);
   uint64_t estimate = 2 * uint64_t{t->record.size()} + 64;
   if (old && old->used > estimate) estimate = old->used;
-  Builder<F> b(*t, v, true, op);
-  if (!v->root || !b.pool().resize(estimate) || b.compile() != Outcome::kDone ||
+  Builder<F> b(*t, v, false, op);
+  if (!v->root || !b.pool().resize(estimate)) {
+    give_version<F>(t->sz_ctx, v);
+    return nullptr;
+  }
+  v->used = kLeadWords;  // word 0 names no block
+  if (b.compile() != Outcome::kDone ||
       !b.pool().resize(v->used + v->used / 4 + 1024)) {
     give_version<F>(t->sz_ctx, v);
     return nullptr;
@@ -78,14 +85,16 @@ Version *compile(State<F> *t, const char *op) {
   return v;
 }
 
-// Publishes v in place of the current version and retires that one.
+// Publishes v in place of the current version and retires that one, with
+// the garbage listed in its pool.
 template <class F>
 void replace(State<F> *t, Version *v) {
   Version *old = t->current.load(std::memory_order_relaxed);
-  // seq_cst: see Readers::enter; readers load it with acquire.
-  t->current.store(v, std::memory_order_seq_cst);
+  // release: readers load it with acquire (published()).
+  t->current.store(v, std::memory_order_release);
+  forget_garbage(*t);
   if (!old) return;
-  old->retired_at = t->readers.retire();
+  old->retired_at = t->readers.advance();
   old->next_retired = nullptr;
   if (t->retired)
     t->last_retired->next_retired = old;
@@ -109,7 +118,8 @@ void destruct(typename F::Live *t) {
     trie::give<F>(ctx, t->staged, t->staged_cap * uint32_t{sizeof(Item)});
   if (t->scratch)
     trie::give<F>(ctx, t->scratch, t->scratch_cap * uint32_t{sizeof(Item)});
-  if (t->base) trie::give<F>(ctx, t->base, root_bytes<F>());
+  if (t->garbage)
+    trie::give<F>(ctx, t->garbage, t->garbage_cap * uint32_t{sizeof(Garbage)});
   if (t->marks) trie::give<F>(ctx, t->marks, F::kRootSlots / 8);
   if (t->readers.count())
     trie::give<F>(ctx, t->reader_slots,
@@ -131,10 +141,8 @@ typename F::Live *construct(void *ctx, uint32_t miss, uint32_t max_readers) {
   t->sz_ctx = ctx;
   t->miss = miss;
   t->record.init(ctx);
-  t->base = static_cast<uint32_t *>(fib::take_array<F>(ctx, F::kRootSlots, 4));
-  t->marks = t->base ? static_cast<uint32_t *>(
-                           fib::take_array<F>(ctx, F::kRootSlots / 8, 1))
-                     : nullptr;
+  t->marks =
+      static_cast<uint32_t *>(fib::take_array<F>(ctx, F::kRootSlots / 8, 1));
   auto *slots = t->marks ? static_cast<ReaderSlot *>(fib::take_array<F>(
                                ctx, max_readers, sizeof(ReaderSlot)))
                          : nullptr;
@@ -245,7 +253,7 @@ int publish(State<F> *t) {
       t->n_staged = static_cast<uint32_t>(
           std::unique(keys, keys + t->n_staged, same) - keys);
       Version *v = t->current.load(std::memory_order_relaxed);
-      o = Builder<F>(*t, v, false, F::kOps.publish).update(keys, t->n_staged);
+      o = Builder<F>(*t, v, true, F::kOps.publish).update(keys, t->n_staged);
     }
     if (o == Outcome::kNoRoom) {
       Version *v = compile<F>(t, F::kOps.publish);
@@ -265,8 +273,8 @@ template <class F>
 uint32_t memory_usage(const typename F::Live *t) {
   if (!t) return 0;
   using Item = typename State<F>::Item;
-  uint64_t bytes = sizeof *t + t->record.bytes() + root_bytes<F>() +
-                   F::kRootSlots / 8 +
+  uint64_t bytes = sizeof *t + t->record.bytes() + F::kRootSlots / 8 +
+                   t->garbage_cap * uint64_t{sizeof(Garbage)} +
                    t->readers.count() * uint64_t{sizeof(ReaderSlot)} +
                    (uint64_t{t->staged_cap} + t->scratch_cap) * sizeof(Item);
   auto version = [](const Version *v) {
@@ -280,7 +288,7 @@ uint32_t memory_usage(const typename F::Live *t) {
 
 template <class F>
 int reader_register(State<F> *t) {
-  int r = t->readers.enter(t->current);
+  int r = t->readers.enter();
   if (r < 0)
     VDS_DIAG(kFailure, F::kModule, "%s: all %u reader slots are taken\n",
              F::kOps.reader_register, t->readers.count());

@@ -2,9 +2,11 @@
 // (fib/node_writer.h) takes words from it. Each node is kept after one
 // word holding its inherited answer, which a later publish reads to
 // rebuild part of the node's region. A published pool never moves (readers
-// hold positions into it), so taking words either fails when it is full
-// (the publish then compacts the table into a new version) or, for a
-// version not yet published, moves it to a block twice as large.
+// hold positions into it): a block is taken from the free blocks of its
+// size, else from the unused words at the end, and when those run out the
+// take fails (the publish then compacts the table into a new version). A
+// version not yet published grows instead, moving to a block twice as
+// large. Word 0 is never taken, so 0 names no block.
 #pragma once
 
 #include <stdint.h>
@@ -16,19 +18,29 @@
 
 namespace vds::live {
 
+// Words in front of each node: its inherited answer.
+constexpr uint32_t kLeadWords = 1;
+
 template <class F>
 class Pool {
  public:
-  static constexpr uint32_t kLead = 1;
+  static constexpr uint32_t kLead = kLeadWords;
 
-  Pool(Version *v, void *ctx, bool growing, const char *op)
-      : v_(v), ctx_(ctx), op_(op), growing_(growing) {}
+  // free_blocks: the lists to take from, or null (a version not yet
+  // published, which grows instead).
+  Pool(Version *v, void *ctx, uint32_t *free_blocks, const char *op)
+      : v_(v), ctx_(ctx), op_(op), free_(free_blocks) {}
 
   uint32_t *words() { return v_->pool; }
   bool take(uint32_t size, uint64_t &at) {
+    if (free_ && free_[size]) {
+      at = free_[size];
+      free_[size] = v_->pool[at];
+      return true;
+    }
     uint64_t want = uint64_t{v_->used} + size;
     if (want > v_->pool_words) {
-      if (!growing_) {
+      if (free_) {
         full_ = true;
         return false;
       }
@@ -39,8 +51,8 @@ class Pool {
     v_->used = static_cast<uint32_t>(want);
     return true;
   }
-  // Whether a take failed for want of room in a pool that cannot grow
-  // (else for want of memory, reported).
+  // Whether a take failed for want of room in a published pool (else for
+  // want of memory, reported).
   bool full() const { return full_; }
 
   // Moves the used words into a block of `words` words; false (reported)
@@ -61,7 +73,7 @@ class Pool {
   Version *v_;
   void *ctx_;
   const char *op_;
-  bool growing_;
+  uint32_t *free_;
   bool full_ = false;
 };
 

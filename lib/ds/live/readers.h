@@ -1,12 +1,14 @@
 // Reader registration and quiescence for a live table, and the epochs that
-// say when a block a publish replaced can no longer be seen.
+// say when a block the writer unlinked can no longer be seen.
 //
 // Each reader slot holds 0 (free) or the epoch its reader last declared
 // itself quiescent at (odd: the epoch starts at 1 and advances by 2, so a
-// registered slot is never 0). A retired block is stamped with the epoch
-// its retirement began; it may be given back once every slot is free or
-// holds that epoch or a later one. Epochs are 32-bit, lock-free everywhere,
-// and compared wrap-safe.
+// registered slot is never 0). Whatever the writer unlinks is stamped with
+// the epoch after the current one and may be reused or given back once
+// every slot is free or holds that epoch or a later one. Epochs are 32-bit,
+// lock-free everywhere and compared wrap-safe: the writer never advances
+// the epoch more than 2^30 past the oldest a reader holds, so a reader
+// that never reports can hold blocks back but never wrap around.
 #pragma once
 
 #include <stdint.h>
@@ -28,32 +30,28 @@ struct ReaderSlot {
 
 class Readers {
  public:
-  // slots: max room for n slots, all free.
+  // slots: room for n slots, all made free.
   void init(ReaderSlot *slots, uint32_t n) {
     slots_ = slots;
     n_ = n;
     for (uint32_t i = 0; i < n; ++i)
       new (&slots[i].seen) std::atomic<uint32_t>(0);
     new (&epoch_) std::atomic<uint32_t>(1);
+    oldest_ = 1;
   }
   uint32_t count() const { return n_; }
 
-  // A free slot's index, or -1. `current` is the atomic the readers load
-  // the published version from: loading it seq_cst after the slot's
-  // seq_cst claim makes the Dekker pair with retire(): either the writer's
-  // scan sees this slot taken, or this reader's loads of `current` see
-  // whatever the writer retired in favour of.
-  template <class Current>
-  int enter(const Current &current) {
+  // A free slot's index, or -1. acq_rel on the claim: a writer's scan that
+  // found the slot free did a release RMW on it (oldest()), so everything
+  // the writer unlinked before that scan is unreachable to this reader.
+  int enter() {
     for (uint32_t i = 0; i < n_; ++i) {
       uint32_t free = 0;
-      // acquire: the epoch value pairs with retire()'s increment.
+      // acquire: pairs with advance(), as in quiescent().
       uint32_t now = epoch_.load(std::memory_order_acquire);
       if (slots_[i].seen.compare_exchange_strong(free, now,
-                                                 std::memory_order_seq_cst)) {
-        (void)current.load(std::memory_order_seq_cst);
+                                                 std::memory_order_acq_rel))
         return static_cast<int>(i);
-      }
     }
     return -1;
   }
@@ -61,39 +59,51 @@ class Readers {
     return r >= 0 && static_cast<uint32_t>(r) < n_ &&
            slots_[r].seen.load(std::memory_order_relaxed) != 0;
   }
-  // release: every read this reader made before (of blocks the writer may
-  // give back once it sees this store) happens before the writer's acquire
-  // load of the slot in oldest().
+  // release: every read this reader made before happens before the
+  // writer's acquire of the slot in oldest(), and so before any reuse.
   void leave(int r) { slots_[r].seen.store(0, std::memory_order_release); }
   void quiescent(int r) {
-    // acquire: having seen epoch e, the reader's later loads of the
-    // published version see the one that replaced what e retired.
+    // acquire: having seen epoch e, the reader's later loads see every
+    // unlink stamped e or earlier (advance() follows them).
     uint32_t now = epoch_.load(std::memory_order_acquire);
     slots_[r].seen.store(now, std::memory_order_release);
   }
 
-  // Writer: after publishing a new version (seq_cst), starts the epoch
-  // that what it replaced is stamped with. seq_cst: ordered after that
-  // store for the readers' enter(), and before the slot scans that follow.
-  uint32_t retire() {
-    return epoch_.fetch_add(2, std::memory_order_seq_cst) + 2;
+  // Writer: the stamp for what it has just unlinked (made unreachable with
+  // release stores): the next epoch. It is started at once unless a
+  // reader lags 2^30 behind; then the stamp waits for a later advance.
+  uint32_t advance() {
+    uint32_t now = epoch_.load(std::memory_order_relaxed);
+    uint32_t stamp = now + 2;
+    if (reached(oldest_ + (1u << 30), stamp))
+      // release: readers that see the new epoch see the unlinks before it.
+      epoch_.store(stamp, std::memory_order_release);
+    return stamp;
   }
   // Writer: the oldest epoch a registered reader may still hold things
-  // from (the current epoch when none does).
-  uint32_t oldest() const {
+  // from (the current epoch when none does), remembered for advance().
+  uint32_t oldest() {
     uint32_t oldest = epoch_.load(std::memory_order_relaxed);
     for (uint32_t i = 0; i < n_; ++i) {
-      // seq_cst: the scan half of the Dekker pair with enter(); it also
-      // acquires the reader's release in quiescent() and leave().
-      uint32_t seen = slots_[i].seen.load(std::memory_order_seq_cst);
-      if (seen && !reached(seen, oldest)) oldest = seen;
+      // acquire: pairs with the reader's release in quiescent() and leave().
+      uint32_t seen = slots_[i].seen.load(std::memory_order_acquire);
+      if (!seen) {
+        // A release RMW on a free slot: a reader that claims it later
+        // acquires it (enter()) and so sees what was unlinked before.
+        if (slots_[i].seen.compare_exchange_strong(seen, 0,
+                                                   std::memory_order_acq_rel))
+          continue;
+      }
+      if (!reached(seen, oldest)) oldest = seen;
     }
+    oldest_ = oldest;
     return oldest;
   }
 
  private:
   ReaderSlot *slots_;
   uint32_t n_;
+  uint32_t oldest_;  // the writer's last scan
   std::atomic<uint32_t> epoch_;
 };
 

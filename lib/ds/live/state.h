@@ -7,19 +7,30 @@
 #include <atomic>
 
 #include "fib/prefixes.h"
+#include "fib/table.h"
 #include "live/readers.h"
 #include "live/record.h"
 #include "live/version.h"
 
 namespace vds::live {
 
+// The most words a node takes in a live pool: its inherited answer, the
+// bitmaps and one word per child.
+constexpr uint32_t kMaxNodeWords = 1 + fib::kHeaderWords + fib::kChildren;
+
+// Pool words unlinked by a publish, reusable once every reader has reached
+// the stamp.
+struct Garbage {
+  uint32_t at, words, stamp;
+};
+
 template <class F>
 struct State {
   using Item = fib::Prefix<F::kWords>;
 
-  // The version readers answer from. Replaced with a seq_cst store when a
-  // publish compacts the table (see Readers::enter and retire), loaded with
-  // acquire by every lookup: the version's root and pool were written before.
+  // The version readers answer from, loaded with acquire by every lookup:
+  // its root and pool were written before the release store of a publish
+  // that compacts the table into a new version.
   std::atomic<Version *> current;
   Readers readers;
   uint32_t miss;
@@ -30,14 +41,18 @@ struct State {
   Item *staged;      // the prefixes changed since the last publish
   uint32_t n_staged, staged_cap;
   bool restage_all;  // too many staged: the next publish compiles all
-  uint32_t *base;    // per root slot: the answer of the longest prefix
-                     // of at most kRootBits bits covering it, else miss
   uint32_t *marks;   // per root slot, one bit: taken by this publish
   Item *scratch;     // a region's prefixes, copied out for the compiler
   uint32_t scratch_cap;
   ReaderSlot *reader_slots;
   Version *retired;  // oldest first
   Version *last_retired;
+  // The current pool's unlinked words: waiting for the readers, oldest
+  // first (garbage[garbage_first, n_garbage)), then free for reuse, one
+  // list per block size linked through each block's first word (0 ends).
+  Garbage *garbage;
+  uint32_t garbage_first, n_garbage, garbage_cap;
+  uint32_t free_blocks[kMaxNodeWords + 1];
 };
 
 }  // namespace vds::live
