@@ -123,9 +123,6 @@ void run(FuzzedDataProvider &in) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FuzzedDataProvider in(data, size);
-  if (in.ConsumeBool())
-    run<vell::trie4_family>(in);
-  else
-    run<vell::trie6_family>(in);
+  fuzz::either_family(in, [&](auto family) { run<decltype(family)>(in); });
   return 0;
 }

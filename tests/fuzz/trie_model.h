@@ -1,6 +1,7 @@
 // What the trie and live table targets share over both trie families: the
-// reference longest-prefix match over a map of stored prefixes, and input
-// addresses that often repeat or nest in earlier ones.
+// reference longest-prefix match over a map of stored prefixes, input
+// addresses that often repeat or nest in earlier ones, and the family the
+// input picks.
 #pragma once
 
 #include <map>
@@ -36,6 +37,15 @@ tt::Addr make_addr(FuzzedDataProvider &in, const std::vector<tt::Addr> &seen) {
   for (uint32_t w = 0; w < F::words; ++w)
     if (in.ConsumeBool()) a[w] ^= in.ConsumeIntegral<uint32_t>();
   return a;
+}
+
+// Calls run with a value of the family the input picks (IPv4 or IPv6).
+template <class Run>
+void either_family(FuzzedDataProvider &in, Run run) {
+  if (in.ConsumeBool())
+    run(vell::trie4_family{});
+  else
+    run(vell::trie6_family{});
 }
 
 }  // namespace fuzz
