@@ -45,7 +45,7 @@ class Builder {
   Outcome compile() {
     const uint32_t R = F::kRootBits;
     const Record<F> &rec = s_.record;
-    uint32_t *root = v_->root;
+    uint32_t *root = v_->root();
     // The root first holds each slot's inherited answer.
     for (uint32_t c = 0; c < F::kRootSlots; ++c) root[c] = s_.miss;
     for (auto at = rec.begin(); !rec.end(at); rec.next(at))
@@ -144,7 +144,7 @@ class Builder {
       // release: the nodes the word leads to, written above, are seen by
       // any reader that loads it (LiveRoot).
       if (o == Outcome::kDone)
-        __atomic_store_n(v_->root + c, pending[p].word, __ATOMIC_RELEASE);
+        __atomic_store_n(v_->root() + c, pending[p].word, __ATOMIC_RELEASE);
     }
     trie::give<F>(s_.sz_ctx, pending,
                   static_cast<uint32_t>(count * sizeof(Pending)));
@@ -160,7 +160,7 @@ class Builder {
   }
 
   Outcome build_slot(Pending &p, const Item *keys) {
-    const uint32_t old = v_->root[p.slot];
+    const uint32_t old = v_->root()[p.slot];
     const bool old_node = old & kNode;
     Child c;
     Outcome o;

@@ -37,12 +37,17 @@ uint32_t root_bytes() {
   return F::kRootSlots * uint32_t{sizeof(uint32_t)};
 }
 
+// Bytes of a version's block: its record and its root.
+template <class F>
+uint32_t version_bytes() {
+  return uint32_t{sizeof(Version)} + root_bytes<F>();
+}
+
 template <class F>
 void give_version(void *ctx, Version *v) {
   if (!v) return;
-  if (v->root) trie::give<F>(ctx, v->root, root_bytes<F>());
   if (v->pool) trie::give<F>(ctx, v->pool, v->pool_words * 4u);
-  trie::give<F>(ctx, v, sizeof(Version));
+  trie::give<F>(ctx, v, version_bytes<F>());
 }
 
 // Makes the unlinked pool words and the retired versions no registered
@@ -63,16 +68,14 @@ void reclaim(State<F> *t) {
 template <class F>
 Version *compile(State<F> *t, const char *op) {
   auto *v = static_cast<Version *>(
-      fib::take_array<F>(t->sz_ctx, 1, uint32_t{sizeof(Version)}, op));
+      fib::take_array<F>(t->sz_ctx, 1, version_bytes<F>(), op));
   if (!v) return nullptr;
   memset(static_cast<void *>(v), 0, sizeof *v);
-  v->root = static_cast<uint32_t *>(
-      fib::take_array<F>(t->sz_ctx, F::kRootSlots, 4u, op));
   const Version *old = t->current.load(std::memory_order_relaxed);
   uint64_t estimate = 2 * uint64_t{t->record.size()} + 64;
   if (old && old->used > estimate) estimate = old->used;
   Builder<F> b(*t, v, false, op);
-  if (!v->root || !b.pool().resize(estimate)) {
+  if (!b.pool().resize(estimate)) {
     give_version<F>(t->sz_ctx, v);
     return nullptr;
   }
@@ -265,6 +268,14 @@ int publish(State<F> *t) {
     t->n_staged = 0;
     t->restage_all = false;
   }
+  // The scratch array grows to the largest region a publish copied (a
+  // compile's largest root slot); it is not kept past a few pages.
+  if (t->scratch_cap > 4096) {
+    trie::give<F>(t->sz_ctx, t->scratch,
+                  t->scratch_cap * uint32_t{sizeof(Item)});
+    t->scratch = nullptr;
+    t->scratch_cap = 0;
+  }
   reclaim<F>(t);
   return 0;
 }
@@ -278,7 +289,7 @@ uint32_t memory_usage(const typename F::Live *t) {
                    t->readers.count() * uint64_t{sizeof(ReaderSlot)} +
                    (uint64_t{t->staged_cap} + t->scratch_cap) * sizeof(Item);
   auto version = [](const Version *v) {
-    return sizeof(Version) + root_bytes<F>() + uint64_t{v->pool_words} * 4;
+    return version_bytes<F>() + uint64_t{v->pool_words} * 4;
   };
   bytes += version(t->current.load(std::memory_order_relaxed));
   for (const Version *v = t->retired; v; v = v->next_retired)

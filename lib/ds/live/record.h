@@ -102,20 +102,40 @@ class Record {
       return true;
     }
     if (c->n == kChunkItems) {
-      // Appending past the last item starts a new chunk, so a table added
-      // in order fills its chunks; elsewhere the chunk splits in halves.
-      bool append = ci + 1 == n_chunks_ && i == c->n;
-      if (!add_chunk(ci + 1, op)) return false;
-      Chunk *right = dir_[ci + 1];
-      if (!append) {
-        const uint32_t half = kChunkItems / 2;
-        memcpy(right->items, c->items + half, half * sizeof(Item));
-        right->n = half;
-        c->n = half;
-      }
-      if (i >= c->n) {
-        i -= c->n;
-        c = right;
+      // A full chunk passes its edge item to a neighbour with room, so
+      // chunks stay nearly full; only when both are full does it split.
+      Chunk *right = ci + 1 < n_chunks_ ? dir_[ci + 1] : nullptr;
+      Chunk *left = ci ? dir_[ci - 1] : nullptr;
+      if (right && right->n < kChunkItems) {
+        memmove(right->items + 1, right->items, right->n * sizeof(Item));
+        ++right->n;
+        if (i == c->n) {
+          right->items[0] = it;
+          ++size_;
+          return true;
+        }
+        right->items[0] = c->items[--c->n];
+      } else if (left && left->n < kChunkItems && i > 0) {
+        left->items[left->n++] = c->items[0];
+        memmove(c->items, c->items + 1, --c->n * sizeof(Item));
+        --i;
+      } else {
+        // Appending past the last item starts a new chunk, so a table
+        // added in order fills its chunks; elsewhere the chunk splits in
+        // halves.
+        bool append = !right && i == c->n;
+        if (!add_chunk(ci + 1, op)) return false;
+        right = dir_[ci + 1];
+        if (!append) {
+          const uint32_t half = kChunkItems / 2;
+          memcpy(right->items, c->items + half, half * sizeof(Item));
+          right->n = half;
+          c->n = half;
+        }
+        if (i >= c->n) {
+          i -= c->n;
+          c = right;
+        }
       }
     }
     memmove(c->items + i + 1, c->items + i, (c->n - i) * sizeof(Item));

@@ -19,14 +19,21 @@ namespace vds::live {
 
 constexpr uint32_t kNode = 0x80000000u;
 
+// The root's kRootSlots words follow the record in its block, so a lookup
+// reaches a root word one load after the version's address.
 struct Version {
-  uint32_t *root;       // kRootSlots words, read and replaced atomically
   uint32_t *pool;       // the nodes, each after its inherited answer
   uint32_t pool_words;  // the pool's size
   uint32_t used;        // words written (the writer's)
   uint32_t miss_node;   // position of the miss's value node, 0 when none
   uint32_t retired_at;  // epoch of its retirement
   Version *next_retired;
+
+  // Read and replaced atomically once published.
+  uint32_t *root() { return reinterpret_cast<uint32_t *>(this + 1); }
+  const uint32_t *root() const {
+    return reinterpret_cast<const uint32_t *>(this + 1);
+  }
 };
 
 // A live root slot as fib::lookup reads one. acquire: the nodes a word
@@ -43,14 +50,14 @@ struct LiveRoot {
 template <class S>
 [[gnu::always_inline]] inline uint32_t lookup(const Version *v,
                                               const uint32_t *k) {
-  return fib::lookup<S>(LiveRoot{v->root}, v->pool, k);
+  return fib::lookup<S>(LiveRoot{v->root()}, v->pool, k);
 }
 
 template <class S>
 [[gnu::always_inline]] inline void lookup_bulk(const Version *v,
                                                const uint32_t *keys,
                                                uint32_t *data, uint32_t n) {
-  fib::lookup_bulk<S>(LiveRoot{v->root}, v->pool, v->root, keys, data, n);
+  fib::lookup_bulk<S>(LiveRoot{v->root()}, v->pool, v->root(), keys, data, n);
 }
 
 }  // namespace vds::live
