@@ -2,15 +2,19 @@
 // writer changes while readers on other threads look up, without locks.
 //
 // The writer side is the handle: set and remove stage changes, publish
-// makes every staged change visible at once to later lookups, none
-// before; the caller serialises these calls (and size, memory_usage and
-// the destructor). The reader side is a reader guard, one per reader
-// thread: it holds one of the table's reader slots from construction to
-// destruction, looks up, and calls quiescent() between batches of work to
-// declare that it keeps nothing from its earlier lookups; what a publish
-// replaced is given back (inside a later publish or the destructor) once
-// every registered reader has done so or gone. The table must outlive its
-// guards, and no guard may be inside a lookup when the table goes.
+// makes them visible, none before. A lookup begun after publish returned
+// sees every change; one that overlaps it may answer keys under different
+// root slots from either version (see sc_btrie.h), and no key's answer
+// goes back to an older version. The caller serialises the writer's calls
+// (and size, memory_usage and the destructor).
+//
+// The reader side is a reader guard, one per reader thread: it holds one
+// of the table's reader slots from construction to destruction, looks up,
+// and calls quiescent() between batches of work to declare that it keeps
+// nothing from its earlier lookups; what a publish replaced is given back
+// (inside a later publish or the destructor) once every registered reader
+// has done so or gone. The table must outlive its guards, and no guard may
+// be inside a lookup when the table goes.
 //
 // As the trie handles do, the table holds each data word plus one and
 // answers 0 for a miss: lookups answer std::nullopt for a miss and the
@@ -35,7 +39,7 @@ namespace vell {
 enum class removal {
   removed,      // staged: gone from the table at the next publish
   not_present,  // neither published nor staged; nothing staged
-  refused,      // not staged (reported by the library)
+  refused,      // not staged: no memory (reported by the library)
 };
 
 namespace detail {
