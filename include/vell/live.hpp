@@ -39,7 +39,7 @@ namespace vell {
 enum class removal {
   removed,      // staged: gone from the table at the next publish
   not_present,  // neither published nor staged; nothing staged
-  refused,      // not staged: no memory (reported by the library)
+  refused,      // not staged: a bad prefix (reported by the library)
 };
 
 namespace detail {

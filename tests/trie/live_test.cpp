@@ -266,6 +266,7 @@ TYPED_TEST(Live, ReplacedBlocksWaitForEveryReader) {
     ASSERT_EQ(m.publish(), 0);
   };
   compile_all(1);
+  compile_all(1);  // the writer's lists have grown to what a compile needs
   int a = F::live_reader_register(m.get()),
       b = F::live_reader_register(m.get());
   const uint64_t one = th::live_bytes();

@@ -183,29 +183,35 @@ bool valid(const uint32_t *addr, uint32_t len, const char *op) {
   return true;
 }
 
-// Room to stage one more change; false (reported as op's) without memory.
-// Past a few percent of the table the changes stop being listed: the next
-// publish compiles the whole record, cheaper than rebuilding each.
+// Makes room to list one more staged change. Past a few percent of the
+// table, or when the list cannot grow, the changes stop being listed: the
+// next publish compiles the whole record instead (cheaper than rebuilding
+// each, and it needs no list), so staging never fails for the list.
 template <class F>
-bool room_to_stage(State<F> *t, const char *op) {
-  if (t->restage_all) return true;
-  if (t->n_staged >= 4096 + t->record.size() / 32) {
+void room_to_stage(State<F> *t, const char *op) {
+  if (t->restage_all || t->n_staged < t->staged_cap) return;
+  using Item = typename State<F>::Item;
+  const uint32_t cap = t->staged_cap ? 2 * t->staged_cap : 64;
+  Item *grown = nullptr;
+  if (t->n_staged < 4096 + t->record.size() / 32) {
+    grown = static_cast<Item *>(
+        trie::take<F>(t->sz_ctx, cap * uint32_t{sizeof(Item)}));
+    if (!grown)
+      VDS_DIAG(kTrace, F::kModule,
+               "%s: sc_kmalloc(%u) failed, the next publish compiles the "
+               "whole table\n",
+               op, cap * uint32_t{sizeof(Item)});
+  }
+  if (!grown) {
     t->restage_all = true;
     t->n_staged = 0;
-    return true;
+    return;
   }
-  if (t->n_staged < t->staged_cap) return true;
-  using Item = typename State<F>::Item;
-  uint32_t cap = t->staged_cap ? 2 * t->staged_cap : 64;
-  auto *grown = static_cast<Item *>(
-      fib::take_array<F>(t->sz_ctx, cap, uint32_t{sizeof(Item)}, op));
-  if (!grown) return false;
   if (t->n_staged) memcpy(grown, t->staged, t->n_staged * sizeof(Item));
   if (t->staged)
     trie::give<F>(t->sz_ctx, t->staged, t->staged_cap * uint32_t{sizeof(Item)});
   t->staged = grown;
   t->staged_cap = cap;
-  return true;
 }
 
 template <class F>
@@ -220,8 +226,8 @@ int set(State<F> *t, const uint32_t *addr, uint32_t len, uint32_t data) {
   memcpy(it.addr, addr, sizeof it.addr);
   it.len = len;
   it.data = data;
-  if (!room_to_stage(t, F::kOps.set) || !t->record.assign(it, F::kOps.set))
-    return -1;
+  if (!t->record.assign(it, F::kOps.set)) return -1;
+  room_to_stage(t, F::kOps.set);
   note_staged(t, it);
   return 0;
 }
@@ -233,7 +239,7 @@ int remove(State<F> *t, const uint32_t *addr, uint32_t len) {
   memcpy(it.addr, addr, sizeof it.addr);
   it.len = len;
   if (!t->record.find(it)) return 1;
-  if (!room_to_stage(t, F::kOps.remove)) return -1;
+  room_to_stage(t, F::kOps.remove);
   t->record.erase(it);
   note_staged(t, it);
   return 0;
