@@ -210,14 +210,21 @@ class Builder {
         return o;
       }
     }
+    // The old node's children in one pass: a leaf answers its run's word,
+    // a node child's position follows the answers.
     uint32_t val[fib::kChildren], below[fib::kChildren] = {};
     uint64_t inner = fib::inner(node);
     const uint64_t runs = fib::runs(node);
-    for (uint32_t c = 0; c < fib::kChildren; ++c) {
-      bool leaf = !(inner >> c & 1);
-      uint32_t w = fib::child_word(node, runs, inner, c, leaf);
-      val[c] = leaf ? w : inherited;
-      if (!leaf) below[c] = w;
+    const uint32_t *answers = node + fib::kHeaderWords;
+    const uint32_t *children = answers + std::popcount(runs);
+    for (uint32_t c = 0, answer = inherited; c < fib::kChildren; ++c) {
+      if (inner >> c & 1) {
+        below[c] = *children++;
+        val[c] = inherited;
+      } else {
+        if (runs >> c & 1) answer = *answers++;
+        val[c] = answer;
+      }
     }
     for (uint32_t i = 0; i < n;) {
       const uint32_t c = Writer::child(keys[i], p);

@@ -2,7 +2,8 @@
 // changes included, in the compiler's order (fib/prefixes.h: address order,
 // enclosing prefixes before what they enclose), so the prefixes under any
 // region are one run of it. It is a sorted sequence cut into chunks of up
-// to kChunkItems, found through a sorted directory of chunk pointers: an
+// to kChunkItems, found through a sorted directory of chunk pointers, each
+// beside a copy of its chunk's first item (so a search reads one array): an
 // insert or erase moves at most one chunk's items, and a chunk is split or
 // merged as it fills or empties. Readers never see it.
 #pragma once
@@ -50,6 +51,11 @@ class Record {
   struct Pos {
     uint32_t chunk, at;
   };
+  // A directory entry.
+  struct Slot {
+    Item first;
+    Chunk *chunk;
+  };
 
   void init(void *ctx) {
     memset(static_cast<void *>(this), 0, sizeof *this);
@@ -57,28 +63,27 @@ class Record {
   }
   // Gives back every block.
   void release() {
-    for (uint32_t i = 0; i < n_chunks_; ++i) give_chunk(dir_[i]);
-    if (dir_) trie::give<F>(ctx_, dir_, cap_ * uint32_t{sizeof(Chunk *)});
+    for (uint32_t i = 0; i < n_chunks_; ++i) give_chunk(dir_[i].chunk);
+    if (dir_) trie::give<F>(ctx_, dir_, cap_ * uint32_t{sizeof(Slot)});
     init(ctx_);
   }
 
   uint32_t size() const { return size_; }
   uint32_t bytes() const {
-    return n_chunks_ * uint32_t{sizeof(Chunk)} +
-           cap_ * uint32_t{sizeof(Chunk *)};
+    return n_chunks_ * uint32_t{sizeof(Chunk)} + cap_ * uint32_t{sizeof(Slot)};
   }
 
   // The first place whose item is not before key.
   Pos lower_bound(const Item &key) const {
     if (!n_chunks_) return Pos{0, 0};
     uint32_t ci = chunk_for(key);
-    uint32_t i = index_in(dir_[ci], key);
-    return i == dir_[ci]->n ? Pos{ci + 1, 0} : Pos{ci, i};
+    uint32_t i = index_in(dir_[ci].chunk, key);
+    return i == dir_[ci].chunk->n ? Pos{ci + 1, 0} : Pos{ci, i};
   }
   bool end(Pos p) const { return p.chunk >= n_chunks_; }
-  const Item &at(Pos p) const { return dir_[p.chunk]->items[p.at]; }
+  const Item &at(Pos p) const { return dir_[p.chunk].chunk->items[p.at]; }
   void next(Pos &p) const {
-    if (++p.at == dir_[p.chunk]->n) p = Pos{p.chunk + 1, 0};
+    if (++p.at == dir_[p.chunk].chunk->n) p = Pos{p.chunk + 1, 0};
   }
   Pos begin() const { return Pos{0, 0}; }
 
@@ -86,7 +91,7 @@ class Record {
   Item *find(const Item &key) {
     Pos p = lower_bound(key);
     if (end(p) || compare(at(p), key) != 0) return nullptr;
-    return &dir_[p.chunk]->items[p.at];
+    return &dir_[p.chunk].chunk->items[p.at];
   }
 
   // Adds it, or replaces the data of the item with its address and length.
@@ -95,7 +100,7 @@ class Record {
   bool assign(const Item &it, const char *op) {
     if (!n_chunks_ && !add_chunk(0, op)) return false;
     uint32_t ci = chunk_for(it);
-    Chunk *c = dir_[ci];
+    Chunk *c = dir_[ci].chunk;
     uint32_t i = index_in(c, it);
     if (i < c->n && compare(c->items[i], it) == 0) {
       c->items[i].data = it.data;
@@ -104,14 +109,15 @@ class Record {
     if (c->n == kChunkItems) {
       // A full chunk passes its edge item to a neighbour with room, so
       // chunks stay nearly full; only when both are full does it split.
-      Chunk *right = ci + 1 < n_chunks_ ? dir_[ci + 1] : nullptr;
-      Chunk *left = ci ? dir_[ci - 1] : nullptr;
+      Chunk *right = ci + 1 < n_chunks_ ? dir_[ci + 1].chunk : nullptr;
+      Chunk *left = ci ? dir_[ci - 1].chunk : nullptr;
       if (right && right->n < kChunkItems) {
         memmove(right->items + 1, right->items, right->n * sizeof(Item));
         ++right->n;
         if (i == c->n) {
           right->items[0] = it;
           ++size_;
+          refresh(ci + 1);
           return true;
         }
         right->items[0] = c->items[--c->n];
@@ -125,7 +131,7 @@ class Record {
         // halves.
         bool append = !right && i == c->n;
         if (!add_chunk(ci + 1, op)) return false;
-        right = dir_[ci + 1];
+        right = dir_[ci + 1].chunk;
         if (!append) {
           const uint32_t half = kChunkItems / 2;
           memcpy(right->items, c->items + half, half * sizeof(Item));
@@ -142,6 +148,7 @@ class Record {
     c->items[i] = it;
     ++c->n;
     ++size_;
+    refresh(ci);
     return true;
   }
 
@@ -149,7 +156,7 @@ class Record {
   bool erase(const Item &key) {
     if (!n_chunks_) return false;
     uint32_t ci = chunk_for(key);
-    Chunk *c = dir_[ci];
+    Chunk *c = dir_[ci].chunk;
     uint32_t i = index_in(c, key);
     if (i == c->n || compare(c->items[i], key) != 0) return false;
     memmove(c->items + i, c->items + i + 1, (c->n - i - 1) * sizeof(Item));
@@ -157,14 +164,16 @@ class Record {
     --size_;
     // A chunk that shares a chunk's room with its right neighbour takes its
     // items, so churn cannot leave the record mostly empty chunks.
-    if (ci + 1 < n_chunks_ && c->n + dir_[ci + 1]->n <= kChunkItems / 2) {
-      memcpy(c->items + c->n, dir_[ci + 1]->items,
-             dir_[ci + 1]->n * sizeof(Item));
-      c->n += dir_[ci + 1]->n;
+    if (ci + 1 < n_chunks_ && c->n + dir_[ci + 1].chunk->n <= kChunkItems / 2) {
+      memcpy(c->items + c->n, dir_[ci + 1].chunk->items,
+             dir_[ci + 1].chunk->n * sizeof(Item));
+      c->n += dir_[ci + 1].chunk->n;
       drop_chunk(ci + 1);
     } else if (!c->n) {
       drop_chunk(ci);
+      return true;
     }
+    refresh(ci);
     return true;
   }
 
@@ -175,7 +184,7 @@ class Record {
     uint32_t lo = 0, hi = n_chunks_;
     while (hi - lo > 1) {
       uint32_t mid = (lo + hi) / 2;
-      if (compare(dir_[mid]->items[0], key) <= 0)
+      if (compare(dir_[mid].first, key) <= 0)
         lo = mid;
       else
         hi = mid;
@@ -199,11 +208,11 @@ class Record {
   bool add_chunk(uint32_t i, const char *op) {
     if (n_chunks_ == cap_) {
       uint32_t cap = cap_ ? 2 * cap_ : 16;
-      auto **dir = static_cast<Chunk **>(
-          fib::take_array<F>(ctx_, cap, uint32_t{sizeof(Chunk *)}, op));
+      auto *dir = static_cast<Slot *>(
+          fib::take_array<F>(ctx_, cap, uint32_t{sizeof(Slot)}, op));
       if (!dir) return false;
-      if (n_chunks_) memcpy(dir, dir_, n_chunks_ * sizeof(Chunk *));
-      if (dir_) trie::give<F>(ctx_, dir_, cap_ * uint32_t{sizeof(Chunk *)});
+      if (n_chunks_) memcpy(dir, dir_, n_chunks_ * sizeof(Slot));
+      if (dir_) trie::give<F>(ctx_, dir_, cap_ * uint32_t{sizeof(Slot)});
       dir_ = dir;
       cap_ = cap;
     }
@@ -211,19 +220,25 @@ class Record {
         fib::take_array<F>(ctx_, 1, uint32_t{sizeof(Chunk)}, op));
     if (!c) return false;
     c->n = 0;
-    memmove(dir_ + i + 1, dir_ + i, (n_chunks_ - i) * sizeof(Chunk *));
-    dir_[i] = c;
+    memmove(dir_ + i + 1, dir_ + i, (n_chunks_ - i) * sizeof(Slot));
+    dir_[i].chunk = c;
     ++n_chunks_;
     return true;
   }
   void drop_chunk(uint32_t i) {
-    give_chunk(dir_[i]);
-    memmove(dir_ + i, dir_ + i + 1, (n_chunks_ - i - 1) * sizeof(Chunk *));
+    give_chunk(dir_[i].chunk);
+    memmove(dir_ + i, dir_ + i + 1, (n_chunks_ - i - 1) * sizeof(Slot));
     --n_chunks_;
   }
   void give_chunk(Chunk *c) { trie::give<F>(ctx_, c, sizeof(Chunk)); }
+  // Copies the first items of chunks [from, from + 2) that exist into the
+  // directory, after a change that may have moved them.
+  void refresh(uint32_t from) {
+    for (uint32_t i = from; i < from + 2 && i < n_chunks_; ++i)
+      dir_[i].first = dir_[i].chunk->items[0];
+  }
 
-  Chunk **dir_;
+  Slot *dir_;
   uint32_t n_chunks_, cap_, size_;
   void *ctx_;
 };
