@@ -5,10 +5,11 @@
 //
 // The writer keeps every prefix in its record and the prefixes changed
 // since the last publish in `staged`. A publish rebuilds what those touch
-// in place (build.h), or, for a large batch or when the pool has no room
-// left, compiles the record into a new version that replaces the current
-// one through `current`; the old version is retired and given back once no
-// reader can still hold it (readers.h).
+// beside the old nodes (build.h), or, for a large batch or when the pool
+// has no room left, compiles the record into a new version that replaces
+// the current one through `current`; unlinked nodes are reused, and a
+// retired version given back, once no reader can still hold them
+// (readers.h, garbage.h).
 #pragma once
 
 #include <stdint.h>

@@ -5,10 +5,10 @@
 // any other word is the answer itself. An answer with kNode set is kept in
 // a node whose children all answer it (a value node).
 //
-// Nodes are never changed once a root word can lead to them: a publish
-// writes new nodes into the pool's unused words and then replaces root
-// words; the words it no longer reaches stay until the whole version is
-// compacted into a new one and retired.
+// Nodes are never changed while a reader may reach them: a publish writes
+// new nodes into free pool words and then replaces root words; the nodes
+// it unlinked are reused only once every reader has passed that publish
+// (garbage.h).
 #pragma once
 
 #include <stdint.h>
