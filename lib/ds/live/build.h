@@ -22,6 +22,7 @@
 #include "live/garbage.h"
 #include "live/pool.h"
 #include "live/state.h"
+#include "live/values.h"
 #include "trie/blocks.h"
 
 namespace vds::live {
@@ -43,6 +44,7 @@ class Builder {
 
   // Fills v's root and pool from the whole record.
   Outcome compile() {
+    forget_value_nodes(s_);
     const uint32_t R = F::kRootBits;
     const Record<F> &rec = s_.record;
     uint32_t *root = v_->root();
@@ -74,12 +76,12 @@ class Builder {
   // end are as before (blocks taken from the free lists stay out of them
   // until the pool is compacted).
   Outcome update(const Item *keys, uint32_t n) {
-    const uint32_t used = v_->used, miss_node = v_->miss_node;
+    const uint32_t used = v_->used;
     const uint32_t listed = s_.n_garbage;
     Outcome o = plan_and_build(keys, n);
     if (o != Outcome::kDone) {
       v_->used = used;
-      v_->miss_node = miss_node;
+      forget_value_nodes(s_);  // some may lie past the restored end
       s_.n_garbage = listed;
     } else {
       stamp_garbage(s_, listed, s_.readers.advance());
@@ -183,8 +185,8 @@ class Builder {
       word = c.node ? c.word | kNode : c.word;
       return Outcome::kDone;
     }
-    if (c.word == s_.miss && v_->miss_node) {
-      word = v_->miss_node | kNode;
+    if (uint32_t at = value_node(s_, c.word)) {
+      word = at | kNode;
       return Outcome::kDone;
     }
     uint32_t val[fib::kChildren];
@@ -192,7 +194,7 @@ class Builder {
     Writer w(nullptr, pool_);
     uint32_t at = w.put(val, 0, c.word);
     if (w.failed()) return failed();
-    if (c.word == s_.miss) v_->miss_node = at;
+    remember_value_node(s_, c.word, at);
     word = at | kNode;
     return Outcome::kDone;
   }

@@ -16,6 +16,7 @@
 #include "live/pool.h"
 #include "live/readers.h"
 #include "live/state.h"
+#include "live/values.h"
 #include "trie/blocks.h"
 
 namespace vds::live {
@@ -30,10 +31,10 @@ inline uint32_t node_words(const uint32_t *pool, uint32_t at) {
 
 // Lists the node at `at` as unlinked by the publish under way (stamped when
 // it commits).
-// The shared value node of the miss is never listed.
+// Value nodes, shared, are never listed.
 template <class F>
 void unlink_node(State<F> &s, const Version *v, uint32_t at) {
-  if (at == v->miss_node) return;
+  if (value_shaped(v->pool, at)) return;
   if (s.n_garbage == s.garbage_cap) {
     uint32_t cap = s.garbage_cap ? 2 * s.garbage_cap : 256;
     auto *grown = static_cast<Garbage *>(
@@ -59,7 +60,6 @@ void unlink_node(State<F> &s, const Version *v, uint32_t at) {
 // Lists the node at `at` and every node below it.
 template <class F>
 void unlink_tree(State<F> &s, const Version *v, uint32_t at) {
-  if (at == v->miss_node) return;
   unlink_node(s, v, at);
   const uint32_t *n = v->pool + at;
   const uint64_t inner = fib::inner(n), runs = fib::runs(n);

@@ -83,6 +83,7 @@ Version *compile(State<F> *t, const char *op) {
   v->used = kLeadWords;  // word 0 names no block
   if (b.compile() != Outcome::kDone ||
       !b.pool().resize(v->used + v->used / 4 + 1024)) {
+    forget_value_nodes(*t);  // they were in v's pool
     give_version<F>(t->sz_ctx, v);
     return nullptr;
   }
@@ -124,6 +125,7 @@ void destruct(typename F::Live *t) {
     trie::give<F>(ctx, t->scratch, t->scratch_cap * uint32_t{sizeof(Item)});
   if (t->garbage)
     trie::give<F>(ctx, t->garbage, t->garbage_cap * uint32_t{sizeof(Garbage)});
+  if (t->values) trie::give<F>(ctx, t->values, t->values_cap * 8u);
   if (t->marks) trie::give<F>(ctx, t->marks, F::kRootSlots / 8);
   if (t->readers.count())
     trie::give<F>(ctx, t->reader_slots,
@@ -293,6 +295,7 @@ uint32_t memory_usage(const typename F::Live *t) {
   using Item = typename State<F>::Item;
   uint64_t bytes = sizeof *t + t->record.bytes() + F::kRootSlots / 8 +
                    t->garbage_cap * uint64_t{sizeof(Garbage)} +
+                   t->values_cap * uint64_t{8} +
                    t->readers.count() * uint64_t{sizeof(ReaderSlot)} +
                    (uint64_t{t->staged_cap} + t->scratch_cap) * sizeof(Item);
   auto version = [](const Version *v) {

@@ -53,6 +53,10 @@ struct State {
   Garbage *garbage;
   uint32_t garbage_first, n_garbage, garbage_cap;
   uint32_t free_blocks[kMaxNodeWords + 1];
+  // The current pool's value nodes (values.h): pairs of answer and
+  // position, open addressing, position 0 for an empty entry.
+  uint32_t *values;
+  uint32_t values_cap, n_values;
 };
 
 }  // namespace vds::live

@@ -3,7 +3,7 @@
 // and replaced atomically, so a reader can never see half of a change: a
 // word with kNode set holds a node's pool position in its other bits,
 // any other word is the answer itself. An answer with kNode set is kept in
-// a node whose children all answer it (a value node).
+// a node whose children all answer it (a value node, values.h).
 //
 // Nodes are never changed while a reader may reach them: a publish writes
 // new nodes into free pool words and then replaces root words; the nodes
@@ -25,7 +25,6 @@ struct Version {
   uint32_t *pool;       // the nodes, each after its inherited answer
   uint32_t pool_words;  // the pool's size
   uint32_t used;        // words written (the writer's)
-  uint32_t miss_node;   // position of the miss's value node, 0 when none
   uint32_t retired_at;  // epoch of its retirement
   Version *next_retired;
 
