@@ -150,7 +150,7 @@ TEST(Mrt, AMalformedRecordIsAnErrorAtItsByteOffset) {
               Bytes().n(7, 4).n(8, 1).n(10, 1).n(2, 2).n(0, 6).n(0, 2).b),
        "2): RIB entry 2 of 2 runs past the record's end"},
       {record(13, 2, Bytes().n(7, 4).n(8, 1).b),
-       "2): record ends inside its header"},
+       "2): prefix runs past its field"},
   };
   for (const Case &c : cases) {
     Table t;

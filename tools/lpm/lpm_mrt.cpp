@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "lpm_bgp.h"
+
 namespace lpm {
 namespace {
 
@@ -14,128 +16,14 @@ enum : uint16_t {  // TABLE_DUMP_V2 subtypes read here
   kRibIpv4UnicastAddPath = 8,
   kRibIpv6UnicastAddPath = 10,
 };
-enum : uint8_t {
-  kAttrAsPath = 2,
-  kAttrAs4Path = 17,
-  kAttrExtendedLength = 0x10
-};
-enum : uint8_t { kAsSet = 1, kAsConfedSet = 4 };
 constexpr size_t kHeader = 12;
-
-// Big-endian fields of one record, bounds-checked: a read past the end
-// fails and every later read fails too.
-class Cursor {
- public:
-  explicit Cursor(std::string_view b)
-      : p_(reinterpret_cast<const uint8_t *>(b.data())), left_(b.size()) {}
-  bool ok() const { return ok_; }
-  size_t left() const { return left_; }
-  uint32_t get(unsigned bytes) {
-    if (!take(bytes)) return 0;
-    const uint8_t *field = p_ - bytes;
-    uint32_t v = 0;
-    for (unsigned i = 0; i < bytes; ++i) v = v << 8 | field[i];
-    return v;
-  }
-  // The next n bytes as a cursor of their own.
-  Cursor sub(size_t n) {
-    Cursor c{std::string_view()};
-    if (take(n))
-      c = Cursor(std::string_view(reinterpret_cast<const char *>(p_ - n), n));
-    return c;
-  }
-  bool skip(size_t n) { return take(n); }
-  const uint8_t *here() const { return p_; }
-
- private:
-  bool take(size_t n) {
-    if (!ok_ || n > left_) return ok_ = false;
-    p_ += n, left_ -= n;
-    return true;
-  }
-  const uint8_t *p_;
-  size_t left_;
-  bool ok_ = true;
-};
-
-// The origin AS of an AS_PATH value whose AS numbers are `as_bytes` wide.
-bool origin_of_path(Cursor path, unsigned as_bytes, uint32_t &origin,
-                    std::string &why) {
-  origin = 0;
-  while (path.left()) {
-    uint8_t type = static_cast<uint8_t>(path.get(1));
-    uint8_t count = static_cast<uint8_t>(path.get(1));
-    if (type < kAsSet || type > kAsConfedSet) {
-      why = "AS_PATH segment of unknown type " + std::to_string(type);
-      return false;
-    }
-    uint32_t last = 0, least = UINT32_MAX;
-    for (unsigned i = 0; i < count; ++i) {
-      last = path.get(as_bytes);
-      least = std::min(least, last);
-    }
-    if (!path.ok()) {
-      why = "AS_PATH segment runs past its attribute";
-      return false;
-    }
-    // Confederation segments precede the path proper; the last segment
-    // names the origin.
-    if (count) origin = type == kAsSet || type == kAsConfedSet ? least : last;
-  }
-  return true;
-}
-
-// The origin AS from a route's path attributes. TABLE_DUMP records carry
-// 2-byte AS numbers, with the 4-byte path in AS4_PATH when one is needed.
-bool origin_of_attributes(Cursor attrs, bool two_byte_as, uint32_t &origin,
-                          std::string &why) {
-  origin = 0;
-  bool have_as4 = false;
-  while (attrs.left()) {
-    uint8_t flags = static_cast<uint8_t>(attrs.get(1));
-    uint8_t type = static_cast<uint8_t>(attrs.get(1));
-    uint32_t len = attrs.get(flags & kAttrExtendedLength ? 2 : 1);
-    Cursor value = attrs.sub(len);
-    if (!attrs.ok()) {
-      why = "path attribute " + std::to_string(type) +
-            " runs past the attributes' end";
-      return false;
-    }
-    if (type == kAttrAsPath && !have_as4) {
-      if (!origin_of_path(value, two_byte_as ? 2 : 4, origin, why))
-        return false;
-    } else if (type == kAttrAs4Path && two_byte_as) {
-      if (!origin_of_path(value, 4, origin, why)) return false;
-      have_as4 = true;
-    }
-  }
-  return true;
-}
-
-// A stored prefix is no longer than its family's width and has no bits set
-// beyond its length.
-bool check_prefix(Family f, const Addr &addr, unsigned len, std::string &why) {
-  if (len > width(f)) {
-    why = "prefix length " + std::to_string(len) + " beyond " +
-          std::to_string(width(f));
-    return false;
-  }
-  if (mask_to(addr, len) != addr) {
-    why = "prefix " + format_addr(f, addr) + "/" + std::to_string(len) +
-          " has bits set beyond its length";
-    return false;
-  }
-  return true;
-}
 
 // A RIB_IPV4_UNICAST / RIB_IPV6_UNICAST record, or its ADD-PATH form.
 bool read_rib(Cursor c, Family f, bool add_path, Table &t, std::string &why) {
   c.skip(4);  // sequence number
-  unsigned len = c.get(1);
+  unsigned len;
   Addr addr;
-  for (unsigned i = 0; i < (std::min(len, width(f)) + 7) / 8; ++i)
-    addr.w[i / 4] |= c.get(1) << (24 - 8 * (i % 4));
-  if (!check_prefix(f, addr, len, why)) return false;
+  if (!read_prefix(c, f, addr, len, why)) return false;
   uint32_t entries = c.get(2), origin = 0;
   for (uint32_t i = 0; i < entries; ++i) {
     c.skip(2 + 4 + (add_path ? 4 : 0));  // peer, time, path identifier
@@ -145,7 +33,9 @@ bool read_rib(Cursor c, Family f, bool add_path, Table &t, std::string &why) {
             std::to_string(entries) + " runs past the record's end";
       return false;
     }
-    if (i == 0 && !origin_of_attributes(attrs, false, origin, why))
+    Attributes a;
+    if (i == 0 &&
+        (!split_attributes(attrs, a, why) || !origin_of(a, false, origin, why)))
       return false;
   }
   if (!c.ok()) {
@@ -170,8 +60,9 @@ bool read_table_dump(Cursor c, Family f, Table &t, std::string &why) {
     why = "record ends before its path attributes do";
     return false;
   }
-  if (!check_prefix(f, addr, len, why) ||
-      !origin_of_attributes(attrs, true, origin, why))
+  Attributes a;
+  if (!check_prefix(f, addr, len, why) || !split_attributes(attrs, a, why) ||
+      !origin_of(a, true, origin, why))
     return false;
   t.add(f, addr, len, origin);
   return true;
