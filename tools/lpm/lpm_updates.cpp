@@ -227,9 +227,12 @@ void PeerTable::add_base(const Prefix4or6 &p, uint32_t origin) {
 
 bool PeerTable::set(const Prefix4or6 &p, uint32_t peer, uint32_t path,
                     const uint32_t *origin) {
-  std::vector<Route> &r = routes_[p];
-  bool had = !r.empty();
-  uint32_t before = had ? r.front().origin : 0;
+  auto it = routes_.find(p);
+  if (!origin && it == routes_.end()) return false;
+  if (it == routes_.end()) it = routes_.emplace(p, std::vector<Route>()).first;
+  std::vector<Route> &r = it->second;
+  const Route *old = r.empty() ? nullptr : &r.front();
+  Route before = old ? *old : Route{};
   auto at = std::lower_bound(r.begin(), r.end(), Route{peer, path, 0},
                              [](const Route &x, const Route &y) {
                                return x.peer != y.peer ? x.peer < y.peer
@@ -244,18 +247,25 @@ bool PeerTable::set(const Prefix4or6 &p, uint32_t peer, uint32_t path,
     r.erase(at);
   else
     return false;
+  settle(it, old != nullptr, before.origin);
+  return true;
+}
+
+void PeerTable::settle(Routes::iterator it, bool had, uint32_t before) {
+  const std::vector<Route> &r = it->second;
   if (r.empty()) {
-    routes_.erase(p);
+    Prefix4or6 p = it->first;
+    routes_.erase(it);
     if (had) sink_(p, nullptr);
   } else if (!had || r.front().origin != before) {
-    sink_(p, &r.front().origin);
+    sink_(it->first, &r.front().origin);
   }
-  return true;
 }
 
 bool PeerTable::apply(const RouteChange &c) {
   if (c.peer >= by_peer_.size()) by_peer_.resize(c.peer + 1);
   auto &mine = by_peer_[c.peer];
+  auto of_peer = [&](const Route &x) { return x.peer == c.peer; };
   switch (c.kind) {
     case RouteChange::announce:
       mine.insert(c.prefix);
@@ -264,17 +274,19 @@ bool PeerTable::apply(const RouteChange &c) {
       if (!set(c.prefix, c.peer, c.path, nullptr)) return false;
       auto r = routes_.find(c.prefix);
       if (r == routes_.end() ||
-          std::none_of(r->second.begin(), r->second.end(),
-                       [&](const Route &x) { return x.peer == c.peer; }))
+          std::none_of(r->second.begin(), r->second.end(), of_peer))
         mine.erase(c.prefix);
       return true;
     }
     case RouteChange::down:
+      // Every path of the peer at once, so that each prefix's answer
+      // changes once.
       for (const Prefix4or6 &p : mine) {
-        std::vector<uint32_t> paths;
-        for (const Route &x : routes_[p])
-          if (x.peer == c.peer) paths.push_back(x.path);
-        for (uint32_t path : paths) set(p, c.peer, path, nullptr);
+        auto it = routes_.find(p);
+        if (it == routes_.end()) continue;
+        uint32_t before = it->second.front().origin;
+        std::erase_if(it->second, of_peer);
+        settle(it, true, before);
       }
       mine.clear();
       return true;

@@ -137,9 +137,13 @@ class PeerTable {
   // remove.
   bool set(const Prefix4or6 &p, uint32_t peer, uint32_t path,
            const uint32_t *origin);
+  // Tells the sink of a prefix's new answer after its routes changed (it
+  // had one, `before`, when `had`); forgets a prefix left with none.
+  using Routes = std::unordered_map<Prefix4or6, std::vector<Route>, PrefixHash>;
+  void settle(Routes::iterator it, bool had, uint32_t before);
 
   AnswerSink sink_;
-  std::unordered_map<Prefix4or6, std::vector<Route>, PrefixHash> routes_;
+  Routes routes_;
   std::vector<std::unordered_set<Prefix4or6, PrefixHash>> by_peer_;
 };
 

@@ -1,0 +1,266 @@
+#include "vell_lpm_replay.h"
+
+#include <stdio.h>
+#include <time.h>
+
+#include <algorithm>
+#include <string>
+
+#include "lpm_clock.h"
+#include "lpm_source.h"
+#include "lpm_text.h"
+#include "lpm_trie.h"
+#include "lpm_updates.h"
+#include "lpm_words.h"
+#include "vell/trie_family.hpp"
+#include "vell_lpm_family.h"
+
+namespace vell_lpm {
+namespace {
+
+using namespace lpm;
+
+// A live table's answers never read as a stored origin that happens to
+// equal the miss word: a hit is told by the per-peer table, which names
+// the prefix.
+constexpr uint32_t kMiss = UINT32_MAX;
+
+template <class F>
+struct Live {
+  typename F::live *table;
+  int reader;
+  size_t staged = 0, failed = 0;
+
+  Live() {
+    table = F::live_construct(nullptr, kMiss, 1);
+    if (!table)
+      fail(std::string("cannot make the ") + family_name(family_of<F>) +
+           " live table; the library reports: " + take_library_diagnostics());
+    reader = F::live_reader_register(table);
+  }
+  ~Live() {
+    F::live_reader_unregister(table, reader);
+    F::live_destruct(table);
+  }
+  void stage(const Prefix4or6 &p, const uint32_t *origin) {
+    int r;
+    if constexpr (F::words == 1)
+      r = origin ? F::live_set(table, p.addr.w[0], p.len, *origin)
+                 : F::live_remove(table, p.addr.w[0], p.len);
+    else
+      r = origin ? F::live_set(table, p.addr.w, p.len, *origin)
+                 : F::live_remove(table, p.addr.w, p.len);
+    if (r < 0)
+      fail("cannot stage " + format_addr(p.family, p.addr) + "/" +
+           std::to_string(p.len) +
+           "; the library reports: " + take_library_diagnostics());
+    ++staged;
+  }
+  void publish() {
+    if (F::live_publish(table) != 0)
+      fail("cannot publish the " + std::string(family_name(family_of<F>)) +
+           " live table; the library reports: " + take_library_diagnostics());
+    staged = 0;
+  }
+  uint32_t lookup(const Addr &a) {
+    uint32_t d = F::live_lookup(table, F::word_key(a.w));
+    F::live_quiescent(table, reader);
+    return d;
+  }
+};
+
+std::string utc(uint32_t t) {
+  time_t s = t;
+  struct tm tm;
+  gmtime_r(&s, &tm);
+  char buf[32];
+  strftime(buf, sizeof buf, "%Y-%m-%dT%H:%M:%SZ", &tm);
+  return buf;
+}
+
+double percentile(std::vector<double> &v, double q) {
+  if (v.empty()) return 0;
+  size_t i = std::min(v.size() - 1, static_cast<size_t>(q * v.size()));
+  std::nth_element(v.begin(), v.begin() + i, v.end());
+  return v[i];
+}
+
+}  // namespace
+
+int replay_main(const Options &o, Table &table,
+                const std::vector<Query> &queries) {
+  if (!table.nexthops.empty())
+    fail("--updates follows origin ASes; a route table has none");
+  Live<vell::trie4_family> v4;
+  Live<vell::trie6_family> v6;
+  PeerTable peers([&](const Prefix4or6 &p, const uint32_t *origin) {
+    if (p.family == Family::v4)
+      v4.stage(p, origin);
+    else
+      v6.stage(p, origin);
+  });
+  keep_first_of_duplicates<vell::trie4_family>(table.v4);
+  keep_first_of_duplicates<vell::trie6_family>(table.v6);
+  for (const auto &e : table.v4)
+    peers.add_base({Family::v4, record_addr<vell::trie4_family>(e), e.len},
+                   e.data);
+  for (const auto &e : table.v6)
+    peers.add_base({Family::v6, record_addr<vell::trie6_family>(e), e.len},
+                   e.data);
+  double t0 = now_seconds();
+  v4.publish();
+  v6.publish();
+  double base_ms = (now_seconds() - t0) * 1e3;
+
+  std::vector<double> latencies;  // microseconds
+  uint64_t unknown_withdrawals = 0;
+  uint32_t second = 0;
+  auto publish = [&] {
+    if (!v4.staged && !v6.staged) return;
+    double p0 = now_seconds();
+    v4.publish();
+    v6.publish();
+    latencies.push_back((now_seconds() - p0) * 1e6);
+  };
+  UpdateReader reader(
+      [&](const RouteChange &c) {
+        if (c.time != second) publish(), second = c.time;
+        if (!peers.apply(c)) ++unknown_withdrawals;
+      },
+      o.at);
+  double read_seconds = 0, replay_seconds = 0;
+  std::vector<std::string> warnings;
+  for (const std::string &path : o.updates) {
+    Source src;
+    std::string error, warning;
+    double r0 = now_seconds();
+    if (!read_source(path, src, error)) fail(error);
+    double r1 = now_seconds();
+    if (!src.warning.empty()) warnings.push_back(src.warning);
+    if (!reader.read(src.bytes, src.name, error, warning)) fail(error);
+    publish();
+    replay_seconds += now_seconds() - r1;
+    read_seconds += r1 - r0;
+    if (!warning.empty()) warnings.push_back(warning);
+    if (reader.stopped()) break;
+  }
+  for (const std::string &w : warnings)
+    fprintf(stderr, "vell-lpm: warning: %s\n", w.c_str());
+
+  const UpdateCounts &n = reader.counts();
+  uint64_t changes = n.announcements + n.withdrawals;
+  double rate = replay_seconds > 0 ? changes / replay_seconds : 0;
+  double mbps = replay_seconds > 0 ? n.bytes / replay_seconds / 1e6 : 0;
+  double p50 = percentile(latencies, 0.5), p99 = percentile(latencies, 0.99),
+         pmax = latencies.empty()
+                    ? 0
+                    : *std::max_element(latencies.begin(), latencies.end());
+  fprintf(stderr,
+          "vell-lpm: tables: %zu IPv4 and %zu IPv6 prefixes published in "
+          "%.1f ms\n",
+          table.v4.size(), table.v6.size(), base_ms);
+  std::string span = n.records ? utc(n.first_time) + " to " + utc(n.last_time)
+                               : std::string("no records");
+  fprintf(
+      stderr,
+      "vell-lpm: updates: %llu records (%llu UPDATE messages, %llu state "
+      "changes, %llu sessions down), %llu announcements, %llu "
+      "withdrawals, %zu peers, %s%s\n",
+      static_cast<unsigned long long>(n.records),
+      static_cast<unsigned long long>(n.updates),
+      static_cast<unsigned long long>(n.state_changes),
+      static_cast<unsigned long long>(n.sessions_down),
+      static_cast<unsigned long long>(n.announcements),
+      static_cast<unsigned long long>(n.withdrawals), reader.peers(),
+      span.c_str(),
+      reader.stopped() ? (" (stopped at --at " + utc(o.at) + ")").c_str() : "");
+  fprintf(stderr,
+          "vell-lpm: updates: read and unpacked in %.2f s, replayed in %.2f "
+          "s: %.0f changes/s, %.0f MB/s; %zu publishes, latency p50 %.1f us, "
+          "p99 %.1f us, max %.1f us\n",
+          read_seconds, replay_seconds, rate, mbps, latencies.size(), p50, p99,
+          pmax);
+  std::string skipped;
+  for (const auto &[key, count] : n.skipped)
+    skipped += "; " + std::to_string(count) + " of type " +
+               std::to_string(key.first) + " subtype " +
+               std::to_string(key.second);
+  if (n.other_messages || unknown_withdrawals || n.other_families ||
+      !skipped.empty())
+    fprintf(stderr,
+            "vell-lpm: updates: skipped %llu BGP messages other than UPDATE, "
+            "%llu withdrawals of routes not announced, %llu MP_(UN)REACH_NLRI "
+            "of other address families%s\n",
+            static_cast<unsigned long long>(n.other_messages),
+            static_cast<unsigned long long>(unknown_withdrawals),
+            static_cast<unsigned long long>(n.other_families),
+            skipped.empty()
+                ? ""
+                : (", records skipped" + skipped.substr(1)).c_str());
+  if (o.json && o.stats) {
+    char buf[1024];
+    snprintf(buf, sizeof buf,
+             "{\"updates\": {\"records\": %llu, \"updates\": %llu, "
+             "\"state_changes\": %llu, \"sessions_down\": %llu, "
+             "\"announcements\": %llu, \"withdrawals\": %llu, \"peers\": %zu, "
+             "\"first_time\": %u, \"last_time\": %u, \"stopped\": %s, "
+             "\"unknown_withdrawals\": %llu, \"other_messages\": %llu, "
+             "\"other_families\": %llu, \"read_s\": %.3f, \"replay_s\": %.3f, "
+             "\"changes_per_s\": %.0f, \"mb_per_s\": %.1f, \"publishes\": %zu, "
+             "\"publish_us\": {\"p50\": %.1f, \"p99\": %.1f, \"max\": %.1f}}}",
+             static_cast<unsigned long long>(n.records),
+             static_cast<unsigned long long>(n.updates),
+             static_cast<unsigned long long>(n.state_changes),
+             static_cast<unsigned long long>(n.sessions_down),
+             static_cast<unsigned long long>(n.announcements),
+             static_cast<unsigned long long>(n.withdrawals), reader.peers(),
+             n.first_time, n.last_time, reader.stopped() ? "true" : "false",
+             static_cast<unsigned long long>(unknown_withdrawals),
+             static_cast<unsigned long long>(n.other_messages),
+             static_cast<unsigned long long>(n.other_families), read_seconds,
+             replay_seconds, rate, mbps, latencies.size(), p50, p99, pmax);
+    put_line(buf);
+  }
+
+  Words words{table, o.json};
+  if (o.list || o.by_origin) {
+    struct Item {
+      Family family;
+      Addr addr;
+      unsigned len;
+      uint32_t data;
+      auto operator<=>(const Item &) const = default;
+    };
+    std::vector<Item> items;
+    peers.for_each([&](const Prefix4or6 &p, uint32_t origin) {
+      if (o.list || origin == o.origin)
+        items.push_back({p.family, p.addr, p.len, origin});
+    });
+    std::sort(items.begin(), items.end());
+    for (const Item &i : items)
+      put_line(words.item(
+          format_addr(i.family, i.addr) + "/" + std::to_string(i.len), i.data));
+  }
+  auto lookup = [&](const Query &q) {
+    uint32_t data =
+        q.family == Family::v4 ? v4.lookup(q.addr) : v6.lookup(q.addr);
+    const uint32_t *answer = nullptr;
+    Prefix4or6 p{q.family, q.addr, width(q.family) + 1};
+    while (!answer && p.len-- > 0) {
+      p.addr = mask_to(q.addr, p.len);
+      answer = peers.answer(p);
+    }
+    if (answer ? *answer != data : data != kMiss)
+      fail("the live table and the per-peer table disagree on " +
+           format_addr(q.family, q.addr));
+    std::string prefix =
+        answer ? format_addr(p.family, p.addr) + "/" + std::to_string(p.len)
+               : "";
+    put_line(words.answer(format_addr(q.family, q.addr),
+                          answer ? &prefix : nullptr, data));
+  };
+  for (const Query &q : queries) lookup(q);
+  return for_each_stdin_query(o, lookup);
+}
+
+}  // namespace vell_lpm
