@@ -153,19 +153,30 @@ TEST(Updates, WithdrawalsComeBeforeAnnouncementsInBothFamilies) {
 TEST(Updates, OnlyLeavingEstablishedEndsASessionAndOtherRecordsAreCounted) {
   Replay r;
   std::string keepalive = Bytes().n(~0ull, 8).n(~0ull, 8).n(19, 2).n(4, 1).b;
-  ASSERT_TRUE(r.read(state(1, 5, 6, kT) + state(1, 6, 1, kT + 1) +
-                     state(1, 1, 2, kT + 2) + bgp4mp(1, 1, keepalive) +
-                     record(16, 3, "x") + record(13, 1, "peer index")))
+  // A session named by its AS alone, as some speakers record a reset.
+  std::string unnamed = record(
+      16, 0,
+      Bytes().n(1, 2).n(64999, 2).n(0, 2).n(1, 2).n(0, 8).n(6, 2).n(1, 2).b,
+      kT + 3);
+  ASSERT_TRUE(r.read(state(2, 6, 1, kT) +  // never seen: nothing to end
+                     bgp4mp(1, 1, update("", "", pfx(8, {10}))) +
+                     state(1, 5, 6, kT) + state(1, 6, 1, kT + 1) +
+                     state(1, 1, 2, kT + 2) + unnamed +
+                     bgp4mp(1, 1, keepalive) + record(16, 3, "x") +
+                     record(13, 1, "peer index")))
       << r.error;
-  ASSERT_EQ(r.changes.size(), 1u);
-  EXPECT_EQ(r.changes[0].kind, RouteChange::down);
-  EXPECT_EQ(r.changes[0].time, kT + 1);
+  ASSERT_EQ(r.changes.size(), 3u);
+  EXPECT_EQ(r.changes[1].kind, RouteChange::down);
+  EXPECT_EQ(r.changes[1].time, kT + 1);
+  EXPECT_EQ(r.changes[2].kind, RouteChange::down);
+  EXPECT_EQ(r.changes[2].peer, 0u);
+  EXPECT_EQ(r.reader.peers(), 1u);
   const UpdateCounts &n = r.reader.counts();
-  EXPECT_EQ(n.records, 6u);
-  EXPECT_EQ(n.state_changes, 3u);
+  EXPECT_EQ(n.records, 9u);
+  EXPECT_EQ(n.state_changes, 5u);
   EXPECT_EQ(n.other_messages, 1u);
   EXPECT_EQ(n.skipped.size(), 2u);
-  EXPECT_EQ(n.last_time, kT + 2);
+  EXPECT_EQ(n.last_time, kT + 3);
 }
 
 TEST(Updates, ReplayStopsAtTheFirstRecordPastTheStopTime) {

@@ -98,7 +98,14 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
     ++counts_.state_changes;
     if (from == kEstablished && to != kEstablished) {
       ++counts_.sessions_down;
-      sink_({time, peer_number(peer), 0, RouteChange::down, {}, 0});
+      // A peer not seen yet has nothing to withdraw, and gets no number
+      // (numbers rank routes). A session named without an address (some
+      // speakers clear it before recording the change) is every known
+      // peer of that AS.
+      bool unnamed = peer.addr == Addr();
+      for (const auto &[key, number] : peers_)
+        if (unnamed ? key.as == peer.as : key == peer)
+          sink_({time, number, 0, RouteChange::down, {}, 0});
     }
     return true;
   }
