@@ -49,7 +49,9 @@ const char kUsage[] =
     "                        2^16\n"
     "      --stats           print each trie's statistics report (with\n"
     "                        --updates: the replay's, on stdout)\n"
-    "      --print           dump each trie\n"
+    "      --print           dump each trie (with --updates: each change read,\n"
+    "                        TIME|A|PEER|PREFIX|ORIGIN, TIME|W|PEER|PREFIX or\n"
+    "                        TIME|DOWN|PEER)\n"
     "      --list            list each trie's prefixes from its iterator\n"
     "      --origin N        list the prefixes whose data word is N (the\n"
     "                        prefixes AS N originates in a dump)\n"
@@ -150,8 +152,8 @@ Options parse_options(int argc, char **argv) {
   if (o.tables.empty() && o.updates.empty()) o.tables = default_tables();
   if (o.tables.empty() && o.updates.empty())
     fail("no table given (see --help)");
-  if (!o.updates.empty() && (o.print || o.bench))
-    fail("--print and --bench do not apply to an update replay");
+  if (!o.updates.empty() && o.bench)
+    fail("--bench does not apply to an update replay");
   if (o.updates.empty() && o.at != UINT64_MAX) fail("--at needs --updates");
   auto stdin_uses = [&](const std::vector<std::string> &v) {
     return std::count(v.begin(), v.end(), "-");

@@ -122,12 +122,26 @@ int replay_main(const Options &o, Table &table,
     v6.publish();
     latencies.push_back((now_seconds() - p0) * 1e6);
   };
+  UpdateReader *names = nullptr;
+  // --print: every change read, "TIME|A|PEER|PREFIX|ORIGIN",
+  // "TIME|W|PEER|PREFIX" or "TIME|DOWN|PEER", PEER as "AS65001 192.0.2.1".
+  auto print = [&](const RouteChange &c) {
+    static const char *const kind[] = {"A", "W", "DOWN"};
+    printf("%u|%s|%s", c.time, kind[c.kind], names->peer_name(c.peer).c_str());
+    if (c.kind != RouteChange::down)
+      printf("|%s/%u", format_addr(c.prefix.family, c.prefix.addr).c_str(),
+             c.prefix.len);
+    if (c.kind == RouteChange::announce) printf("|%u", c.origin);
+    putchar('\n');
+  };
   UpdateReader reader(
       [&](const RouteChange &c) {
+        if (o.print) print(c);
         if (c.time != second) publish(), second = c.time;
         if (!peers.apply(c)) ++unknown_withdrawals;
       },
       o.at);
+  names = &reader;
   double read_seconds = 0, replay_seconds = 0;
   std::vector<std::string> warnings;
   for (const std::string &path : o.updates) {

@@ -125,7 +125,9 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
     return true;
   }
   ++counts_.updates;
-  uint32_t sender = peer_number(local ? self : peer);
+  // Numbered at its first route, not at an UPDATE that carries none (an
+  // end-of-RIB marker).
+  uint32_t sender = UINT32_MAX;
   Cursor withdrawn = c.sub(c.get(2));
   Cursor attrs = c.sub(c.get(2));
   if (!c.ok()) {
@@ -140,8 +142,9 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
   // Withdrawals before announcements, as the message orders them.
   auto prefixes = [&](Cursor &list, Family f, RouteChange::Kind k) {
     while (list.left()) {
-      RouteChange ch{time, sender,         add_path ? list.get(4) : 0,
-                     k,    {f, Addr(), 0}, origin};
+      if (sender == UINT32_MAX) sender = peer_number(local ? self : peer);
+      uint32_t path = add_path ? list.get(4) : 0;
+      RouteChange ch{time, sender, path, k, {f, Addr(), 0}, origin};
       if (!read_prefix(list, f, ch.prefix.addr, ch.prefix.len, why))
         return false;
       ++(k == RouteChange::announce ? counts_.announcements

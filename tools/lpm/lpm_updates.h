@@ -4,7 +4,8 @@
 //
 // A route's sender is its peer, named by AS and address (for the _LOCAL
 // forms, the local side, which sent the message). Peers are numbered in the
-// order the stream first shows them, across files. A prefix's answer is
+// order the stream first shows them announcing or withdrawing a route,
+// across files. A prefix's answer is
 // the origin AS of the route of the lowest-numbered peer that announces it,
 // as a RIB dump's prefix takes its first entry's; prefixes of the tables
 // loaded before the updates stand behind every peer's routes, and no
