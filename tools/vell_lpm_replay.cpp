@@ -212,28 +212,38 @@ int replay_main(const Options &o, Table &table,
                 ? ""
                 : (", records skipped" + skipped.substr(1)).c_str());
   if (o.json && o.stats) {
-    char buf[1024];
-    snprintf(buf, sizeof buf,
-             "{\"updates\": {\"records\": %llu, \"updates\": %llu, "
-             "\"state_changes\": %llu, \"sessions_down\": %llu, "
-             "\"announcements\": %llu, \"withdrawals\": %llu, \"peers\": %zu, "
-             "\"first_time\": %u, \"last_time\": %u, \"stopped\": %s, "
-             "\"unknown_withdrawals\": %llu, \"other_messages\": %llu, "
-             "\"other_families\": %llu, \"read_s\": %.3f, \"replay_s\": %.3f, "
-             "\"changes_per_s\": %.0f, \"mb_per_s\": %.1f, \"publishes\": %zu, "
-             "\"publish_us\": {\"p50\": %.1f, \"p99\": %.1f, \"max\": %.1f}}}",
-             static_cast<unsigned long long>(n.records),
-             static_cast<unsigned long long>(n.updates),
-             static_cast<unsigned long long>(n.state_changes),
-             static_cast<unsigned long long>(n.sessions_down),
-             static_cast<unsigned long long>(n.announcements),
-             static_cast<unsigned long long>(n.withdrawals), reader.peers(),
-             n.first_time, n.last_time, reader.stopped() ? "true" : "false",
-             static_cast<unsigned long long>(unknown_withdrawals),
-             static_cast<unsigned long long>(n.other_messages),
-             static_cast<unsigned long long>(n.other_families), read_seconds,
-             replay_seconds, rate, mbps, latencies.size(), p50, p99, pmax);
-    put_line(buf);
+    struct Field {
+      const char *name;
+      double value;
+    } fields[] = {{"records", double(n.records)},
+                  {"updates", double(n.updates)},
+                  {"state_changes", double(n.state_changes)},
+                  {"sessions_down", double(n.sessions_down)},
+                  {"announcements", double(n.announcements)},
+                  {"withdrawals", double(n.withdrawals)},
+                  {"peers", double(reader.peers())},
+                  {"first_time", double(n.first_time)},
+                  {"last_time", double(n.last_time)},
+                  {"unknown_withdrawals", double(unknown_withdrawals)},
+                  {"other_messages", double(n.other_messages)},
+                  {"other_families", double(n.other_families)},
+                  {"read_s", read_seconds},
+                  {"replay_s", replay_seconds},
+                  {"changes_per_s", rate},
+                  {"mb_per_s", mbps},
+                  {"publishes", double(latencies.size())}};
+    std::string doc = "{\"updates\": {";
+    char buf[64];
+    for (const Field &f : fields) {
+      snprintf(buf, sizeof buf, "%.17g", f.value);
+      doc += json_string(f.name) + ": " + buf + ", ";
+    }
+    snprintf(buf, sizeof buf, "%.1f, \"p99\": %.1f, \"max\": %.1f", p50, p99,
+             pmax);
+    doc += std::string("\"stopped\": ") +
+           (reader.stopped() ? "true" : "false") +
+           ", \"publish_us\": {\"p50\": " + buf + "}}}";
+    put_line(doc);
   }
 
   Words words{table, o.json};

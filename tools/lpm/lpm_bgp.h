@@ -74,6 +74,57 @@ bool origin_of(const Attributes &a, bool two_byte_as, uint32_t &origin,
 // beyond its length.
 bool check_prefix(Family f, const Addr &addr, unsigned len, std::string &why);
 
+// The bytes of an MRT record's header.
+constexpr size_t kMrtHeader = 12;
+
+// One MRT record: its header's fields and its body.
+struct MrtRecord {
+  size_t offset;  // of its header in the file
+  uint32_t time;
+  uint16_t type, subtype;
+  std::string_view body;
+};
+enum class Next { go_on, stop, refuse };
+
+// Calls each(record, why) for every whole record of `bytes` until it says
+// stop. A file cut short inside its last record ends there, with `warning`
+// naming the byte ("NAME: WHAT cut short at byte ..."); a record refused
+// is an error naming its byte offset, type and subtype, and `why`.
+template <class Each>
+bool for_each_record(std::string_view bytes, std::string_view name,
+                     const char *what, Each each, std::string &error,
+                     std::string &warning) {
+  size_t offset = 0, records = 0;
+  while (offset < bytes.size()) {
+    Cursor header(bytes.substr(offset));
+    uint32_t time = header.get(4);
+    uint16_t type = static_cast<uint16_t>(header.get(2));
+    uint16_t subtype = static_cast<uint16_t>(header.get(2));
+    uint32_t length = header.get(4);
+    if (!header.ok() || length > header.left()) {
+      warning = std::string(name) + ": " + what + " cut short at byte " +
+                std::to_string(bytes.size()) + ", inside the record at byte " +
+                std::to_string(offset) + ": read the " +
+                std::to_string(records) + " whole records before it";
+      return true;
+    }
+    std::string why;
+    Next next = each(MrtRecord{offset, time, type, subtype,
+                               bytes.substr(offset + kMrtHeader, length)},
+                     why);
+    if (next == Next::refuse) {
+      error = std::string(name) + ": byte " + std::to_string(offset) +
+              ": bad MRT record (type " + std::to_string(type) + ", subtype " +
+              std::to_string(subtype) + "): " + why;
+      return false;
+    }
+    if (next == Next::stop) return true;
+    offset += kMrtHeader + length;
+    ++records;
+  }
+  return true;
+}
+
 // A prefix as BGP encodes it: a length byte, then the bytes its length
 // needs. Checked as check_prefix does; a cut one says so.
 bool read_prefix(Cursor &c, Family f, Addr &addr, unsigned &len,

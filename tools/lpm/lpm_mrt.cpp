@@ -16,7 +16,6 @@ enum : uint16_t {  // TABLE_DUMP_V2 subtypes read here
   kRibIpv4UnicastAddPath = 8,
   kRibIpv6UnicastAddPath = 10,
 };
-constexpr size_t kHeader = 12;
 
 // A RIB_IPV4_UNICAST / RIB_IPV6_UNICAST record, or its ADD-PATH form.
 bool read_rib(Cursor c, Family f, bool add_path, Table &t, std::string &why) {
@@ -94,38 +93,20 @@ bool read_record(uint16_t type, uint16_t subtype, std::string_view body,
 }  // namespace
 
 bool looks_like_mrt(std::string_view b) {
-  return b.size() >= kHeader && b[4] == 0 &&
+  return b.size() >= kMrtHeader && b[4] == 0 &&
          (b[5] == kTableDump || b[5] == kTableDumpV2);
 }
 
 bool load_mrt(std::string_view bytes, std::string_view name, Table &table,
               std::string &error, std::string &warning) {
-  size_t offset = 0, records = 0;
-  while (offset < bytes.size()) {
-    Cursor header(bytes.substr(offset));
-    header.skip(4);  // timestamp
-    uint16_t type = static_cast<uint16_t>(header.get(2));
-    uint16_t subtype = static_cast<uint16_t>(header.get(2));
-    uint32_t length = header.get(4);
-    if (!header.ok() || length > header.left()) {
-      warning = std::string(name) + ": dump cut short at byte " +
-                std::to_string(bytes.size()) + ", inside the record at byte " +
-                std::to_string(offset) + ": read the " +
-                std::to_string(records) + " whole records before it";
-      return true;
-    }
-    std::string why;
-    if (!read_record(type, subtype, bytes.substr(offset + kHeader, length),
-                     table, why)) {
-      error = std::string(name) + ": byte " + std::to_string(offset) +
-              ": bad MRT record (type " + std::to_string(type) + ", subtype " +
-              std::to_string(subtype) + "): " + why;
-      return false;
-    }
-    offset += kHeader + length;
-    ++records;
-  }
-  return true;
+  return for_each_record(
+      bytes, name, "dump",
+      [&](const MrtRecord &r, std::string &why) {
+        return read_record(r.type, r.subtype, r.body, table, why)
+                   ? Next::go_on
+                   : Next::refuse;
+      },
+      error, warning);
 }
 
 }  // namespace lpm

@@ -5,11 +5,11 @@
 #include <algorithm>
 
 #include "lpm_bgp.h"
+#include "lpm_mrt.h"
 
 namespace lpm {
 namespace {
 
-enum : uint16_t { kTableDump = 12, kTableDumpV2 = 13 };
 enum : uint16_t { kBgp4mp = 16, kBgp4mpEt = 17 };
 enum : uint16_t {  // BGP4MP subtypes
   kStateChange = 0,
@@ -27,7 +27,7 @@ enum : uint8_t { kBgpUpdate = 2 };
 enum : uint16_t { kEstablished = 6 };
 enum : uint16_t { kAfiIpv4 = 1, kAfiIpv6 = 2 };
 enum : uint8_t { kSafiUnicast = 1 };
-constexpr size_t kHeader = 12, kBgpHeader = 19;
+constexpr size_t kBgpHeader = 19;
 
 bool family_of_afi(uint32_t afi, Family &f) {
   if (afi != kAfiIpv4 && afi != kAfiIpv6) return false;
@@ -44,7 +44,7 @@ Addr read_addr(Cursor &c, Family f) {
 }  // namespace
 
 bool looks_like_updates(std::string_view b) {
-  return b.size() >= kHeader && b[4] == 0 &&
+  return b.size() >= kMrtHeader && b[4] == 0 &&
          (b[5] == kBgp4mp || b[5] == kBgp4mpEt);
 }
 
@@ -187,48 +187,30 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
 bool UpdateReader::read(std::string_view bytes, std::string_view name,
                         std::string &error, std::string &warning) {
   if (stopped_) return true;
-  if (bytes.size() >= kHeader && bytes[4] == 0 &&
-      (bytes[5] == kTableDump || bytes[5] == kTableDumpV2)) {
+  if (looks_like_mrt(bytes)) {
     error = std::string(name) +
             ": a RIB dump (TABLE_DUMP records), not an update file (BGP4MP "
             "records): give it as a table with -t";
     return false;
   }
-  size_t offset = 0, records = 0;
-  while (offset < bytes.size()) {
-    Cursor header(bytes.substr(offset));
-    uint32_t time = header.get(4);
-    uint16_t type = static_cast<uint16_t>(header.get(2));
-    uint16_t subtype = static_cast<uint16_t>(header.get(2));
-    uint32_t length = header.get(4);
-    if (!header.ok() || length > header.left()) {
-      warning = std::string(name) + ": update file cut short at byte " +
-                std::to_string(bytes.size()) + ", inside the record at byte " +
-                std::to_string(offset) + ": read the " +
-                std::to_string(records) + " whole records before it";
-      return true;
-    }
-    if (time > stop_after_) {
-      stopped_ = true;
-      return true;
-    }
-    if (!counts_.records++) counts_.first_time = time;
-    counts_.last_time = std::max(counts_.last_time, time);
-    std::string why;
-    if (type != kBgp4mp && type != kBgp4mpEt) {
-      ++counts_.skipped[{type, subtype}];
-    } else if (!record(type, subtype, time,
-                       bytes.substr(offset + kHeader, length), why)) {
-      error = std::string(name) + ": byte " + std::to_string(offset) +
-              ": bad MRT record (type " + std::to_string(type) + ", subtype " +
-              std::to_string(subtype) + "): " + why;
-      return false;
-    }
-    offset += kHeader + length;
-    counts_.bytes += kHeader + length;
-    ++records;
-  }
-  return true;
+  return for_each_record(
+      bytes, name, "update file",
+      [&](const MrtRecord &r, std::string &why) {
+        if (r.time > stop_after_) {
+          stopped_ = true;
+          return Next::stop;
+        }
+        if (!counts_.records++) counts_.first_time = r.time;
+        counts_.last_time = std::max(counts_.last_time, r.time);
+        counts_.bytes += kMrtHeader + r.body.size();
+        if (r.type != kBgp4mp && r.type != kBgp4mpEt) {
+          ++counts_.skipped[{r.type, r.subtype}];
+          return Next::go_on;
+        }
+        return record(r.type, r.subtype, r.time, r.body, why) ? Next::go_on
+                                                              : Next::refuse;
+      },
+      error, warning);
 }
 
 void PeerTable::add_base(const Prefix4or6 &p, uint32_t origin) {
