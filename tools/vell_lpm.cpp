@@ -39,7 +39,19 @@ const char kUsage[] =
     "                        with '#' and ';' comments; 'ip route' text or\n"
     "                        'ip -j route' JSON (answers name the next hop);\n"
     "                        MRT RIB dumps (data: the origin AS). Without -t\n"
-    "                        the embedded table is read.\n"
+    "                        (and --updates) the embedded table is read.\n"
+    "      --updates FILE    replay an MRT update file (BGP4MP; '-' for\n"
+    "                        stdin; gzip or bzip2 unpacked) after the tables;\n"
+    "                        repeatable, in time order. Routes are kept per\n"
+    "                        peer: a RIB dump's peers first, in its peer\n"
+    "                        index order, then the updates' peers as first\n"
+    "                        seen; a prefix answers with the origin AS of the\n"
+    "                        lowest-numbered peer announcing it. Other\n"
+    "                        tables' prefixes stand behind every peer's.\n"
+    "                        Lookups answer from a live table per family,\n"
+    "                        published once per second of the stream.\n"
+    "      --at TIME         end the replay at TIME (UNIX seconds or\n"
+    "                        2026-11-25T10:00:00Z): answers as of then\n"
     "      --format NAME     read every table as auto (the default), table,\n"
     "                        ip-route, ip-route-json or mrt\n"
     "      --fill PCT        node fill factor, 1 to 100 (default 50)\n"
@@ -49,7 +61,8 @@ const char kUsage[] =
     "                        2^16\n"
     "      --stats           print each trie's statistics report (with\n"
     "                        --updates: the replay's, on stdout)\n"
-    "      --print           dump each trie (with --updates: each change read,\n"
+    "      --print           dump each trie (with --updates: each change "
+    "read,\n"
     "                        TIME|A|PEER|PREFIX|ORIGIN, TIME|W|PEER|PREFIX or\n"
     "                        TIME|DOWN|PEER)\n"
     "      --list            list each trie's prefixes from its iterator\n"
@@ -249,8 +262,11 @@ int main(int argc, char **argv) {
     if (!parse_query(a, q.family, q.addr)) fail("bad address " + quoted(a));
     queries.push_back(q);
   }
+  if (!o.updates.empty()) {
+    Table table;  // the replay reads the tables itself
+    return replay_main(o, table, queries);
+  }
   Table table = load_tables(o);
-  if (!o.updates.empty()) return replay_main(o, table, queries);
   Words words{table, o.json};
   FamilyTrie<vell::trie4_family> v4(table.v4, o, words);
   FamilyTrie<vell::trie6_family> v6(table.v6, o, words);

@@ -7,6 +7,8 @@
 #include <string>
 
 #include "lpm_clock.h"
+#include "lpm_formats.h"
+#include "lpm_mrt.h"
 #include "lpm_source.h"
 #include "lpm_text.h"
 #include "lpm_trie.h"
@@ -99,19 +101,6 @@ int replay_main(const Options &o, Table &table,
     else
       v6.stage(p, origin);
   });
-  keep_first_of_duplicates<vell::trie4_family>(table.v4);
-  keep_first_of_duplicates<vell::trie6_family>(table.v6);
-  for (const auto &e : table.v4)
-    peers.add_base({Family::v4, record_addr<vell::trie4_family>(e), e.len},
-                   e.data);
-  for (const auto &e : table.v6)
-    peers.add_base({Family::v6, record_addr<vell::trie6_family>(e), e.len},
-                   e.data);
-  double t0 = now_seconds();
-  v4.publish();
-  v6.publish();
-  double base_ms = (now_seconds() - t0) * 1e3;
-
   std::vector<double> latencies;  // microseconds
   uint64_t unknown_withdrawals = 0;
   uint32_t second = 0;
@@ -142,8 +131,55 @@ int replay_main(const Options &o, Table &table,
       },
       o.at);
   names = &reader;
-  double read_seconds = 0, replay_seconds = 0;
   std::vector<std::string> warnings;
+  size_t rib_routes = 0;
+  double t0 = now_seconds();
+  for (const std::string &path : o.tables) {
+    Source src;
+    std::string error, warning;
+    if (!read_source(path, src, error)) fail(error);
+    if (!src.warning.empty()) warnings.push_back(src.warning);
+    bool as_dump = o.format == Format::automatic || o.format == Format::mrt;
+    if (!as_dump || !is_table_dump_v2(src.bytes)) {
+      if (!load_source(src, o.format, table, error, warnings)) fail(error);
+      continue;
+    }
+    // A dump's routes are its peers' own, ranked in the dump's peer index
+    // order, so that updates of the same peers replace and withdraw them.
+    std::vector<RibPeer> rib_peers;
+    std::vector<uint32_t> numbers;
+    auto each = [&](const RibRoute &r) {
+      if (numbers.size() != rib_peers.size()) {
+        numbers.clear();
+        for (const RibPeer &p : rib_peers)
+          numbers.push_back(reader.peer(p.as, p.family, p.addr));
+      }
+      peers.apply({0,
+                   numbers[r.peer],
+                   r.path,
+                   RouteChange::announce,
+                   {r.family, r.addr, r.len},
+                   r.origin});
+      ++rib_routes;
+    };
+    if (!load_mrt_routes(src.bytes, src.name, rib_peers, each, error, warning))
+      fail(error);
+    if (!warning.empty()) warnings.push_back(warning);
+  }
+  keep_first_of_duplicates<vell::trie4_family>(table.v4);
+  keep_first_of_duplicates<vell::trie6_family>(table.v6);
+  for (const auto &e : table.v4)
+    peers.add_base({Family::v4, record_addr<vell::trie4_family>(e), e.len},
+                   e.data);
+  for (const auto &e : table.v6)
+    peers.add_base({Family::v6, record_addr<vell::trie6_family>(e), e.len},
+                   e.data);
+  double t1 = now_seconds();
+  v4.publish();
+  v6.publish();
+  double base_ms = (now_seconds() - t1) * 1e3, base_read_s = t1 - t0;
+
+  double read_seconds = 0, replay_seconds = 0;
   for (const std::string &path : o.updates) {
     Source src;
     std::string error, warning;
@@ -170,9 +206,10 @@ int replay_main(const Options &o, Table &table,
                     ? 0
                     : *std::max_element(latencies.begin(), latencies.end());
   fprintf(stderr,
-          "vell-lpm: tables: %zu IPv4 and %zu IPv6 prefixes published in "
-          "%.1f ms\n",
-          table.v4.size(), table.v6.size(), base_ms);
+          "vell-lpm: tables: %zu RIB dump routes of %zu peers, %zu IPv4 and "
+          "%zu IPv6 other prefixes; read in %.2f s, published in %.1f ms\n",
+          rib_routes, reader.peers(), table.v4.size(), table.v6.size(),
+          base_read_s, base_ms);
   std::string span = n.records ? utc(n.first_time) + " to " + utc(n.last_time)
                                : std::string("no records");
   fprintf(

@@ -157,8 +157,18 @@ assert (u["records"], u["announcements"], u["withdrawals"], u["peers"],
         u["sessions_down"], u["publishes"]) == (5, 4, 2, 2, 1, 4), u
 assert u["publish_us"]["max"] >= u["publish_us"]["p50"] > 0, u
 ' "$tmp/json" || { echo "FAIL updates json"; failures=$((failures + 1)); }
-# Each kind of MRT file in the other's place is refused in words.
+# A RIB dump's routes are its peers': updates replace and withdraw them,
+# and a session's end takes them too.
 python3 "$src/tests/tool/make_updates.py" "$tmp/rib.mrt" rib
+expect updates-over-dump 0 "10.0.0.0/8 301
+12.0.0.0/8 302" "" -- -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" --at 1764064700 --list
+expect updates-over-dump-at 0 "10.0.0.0/8 200
+10.1.0.0/16 200
+12.0.0.0/8 302
+2001:db8::/32 400" "$skipped" -- -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" --at 1764064810 --list
+expect updates-over-dump-end 0 "12.1.1.1 302 12.0.0.0/8
+10.1.1.1 - -" "$skipped" -- -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" 12.1.1.1 10.1.1.1
+# Each kind of MRT file in the other's place is refused in words.
 python3 "$src/tests/tool/make_updates.py" "$tmp/bad.mrt" corrupt
 expect updates-as-table 1 "" "vell-lpm: $tmp/u.mrt: an MRT update file (BGP4MP records), not a table or RIB dump (TABLE_DUMP records): give it with --updates" \
   -- -t "$tmp/u.mrt" 10.0.0.1

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Writes a small MRT update file for the end-to-end tests, built here
 independently of the reader: BGP4MP_MESSAGE_AS4 UPDATEs of two peers and a
-session's end. Usage: make_updates.py OUT [corrupt|rib]."""
+session's end; or (rib) a RIB dump of the same peers. Usage:
+make_updates.py OUT [corrupt|rib]."""
 import struct
 import sys
 
@@ -69,5 +70,19 @@ mode = sys.argv[2] if len(sys.argv) > 2 else ""
 if mode == "corrupt":
     out += message(T + 30, *A, update(nlri=["10.0.0.0/33"]))
 elif mode == "rib":
-    out = record(T, 13, 1, b"\0" * 10)
+    # A TABLE_DUMP_V2 dump of the same two peers just before: A (index 0)
+    # and B hold 10.0.0.0/8, A alone 12.0.0.0/8.
+    peers = b"".join(struct.pack(">BI", 2, 0) + bytes(ip) +
+                     struct.pack(">I", asn) for asn, ip in (A, B))
+    out = record(T - 60, 13, 1, struct.pack(">IH", 0, 0) +
+                 struct.pack(">H", 2) + peers)
+
+    def rib(seq, net, entries):
+        body = struct.pack(">I", seq) + prefix(net) + \
+            struct.pack(">H", len(entries))
+        for index, attrs in entries:
+            body += struct.pack(">HIH", index, T - 100, len(attrs)) + attrs
+        return record(T - 60, 13, 2, body)
+    out += rib(0, "10.0.0.0/8", [(0, path(65001, 301)), (1, path(65002, 300))])
+    out += rib(1, "12.0.0.0/8", [(0, path(65001, 302))])
 open(sys.argv[1], "wb").write(out)

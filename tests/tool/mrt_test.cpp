@@ -18,8 +18,9 @@ std::string rib(uint16_t subtype, std::initializer_list<uint8_t> prefix_bytes,
   b.n(7, 4).n(len, 1);
   for (uint8_t x : prefix_bytes) b.n(x, 1);
   b.n(static_cast<uint32_t>(entries.size()), 2);
+  uint32_t peer = 0;  // entry i names peer i
   for (const std::string &attrs : entries) {
-    b.n(0, 2).n(1400824800, 4);
+    b.n(peer++, 2).n(1400824800, 4);
     if (add_path) b.n(9, 4);
     b.n(static_cast<uint32_t>(attrs.size()), 2).raw(attrs);
   }
@@ -121,6 +122,58 @@ TEST(Mrt, AMalformedRecordIsAnErrorAtItsByteOffset) {
     EXPECT_EQ(error, at + c.why);
     EXPECT_EQ(t.v4.size(), 1u);
   }
+}
+
+TEST(Mrt, EveryEntryNamesItsPeerFromThePeerIndex) {
+  std::string index = record(13, 1,
+                             Bytes()
+                                 .n(0, 4)
+                                 .n(1, 2)
+                                 .raw("v")
+                                 .n(2, 2)
+                                 .n(0, 1)  // IPv4 address, 2-byte AS
+                                 .n(0, 4)
+                                 .n(0xC0000201, 4)
+                                 .n(65001, 2)
+                                 .n(3, 1)  // IPv6 address, 4-byte AS
+                                 .n(0, 4)
+                                 .n(0x20010db8, 4)
+                                 .n(0, 8)
+                                 .n(1, 4)
+                                 .n(4200000000u, 4)
+                                 .b);
+  std::string dump =
+      index + rib(2, {10}, 8, {as_path({{kSeq, 1}}), as_path({{kSeq, 2}})}) +
+      rib(10, {0x20, 0x01}, 16, {as_path({{kSeq, 3}})}, true);
+  std::vector<RibPeer> peers;
+  std::vector<RibRoute> routes;
+  std::string error, warning;
+  auto each = [&](const RibRoute &r) { routes.push_back(r); };
+  ASSERT_TRUE(load_mrt_routes(dump, "d", peers, each, error, warning)) << error;
+  ASSERT_EQ(peers.size(), 2u);
+  EXPECT_EQ(peers[0].as, 65001u);
+  EXPECT_EQ(peers[0].addr.w[0], 0xC0000201u);
+  EXPECT_EQ(peers[1].family, Family::v6);
+  EXPECT_EQ(peers[1].addr.w[3], 1u);
+  EXPECT_EQ(peers[1].as, 4200000000u);
+  ASSERT_EQ(routes.size(), 3u);
+  EXPECT_EQ(routes[1].peer, 1u);
+  EXPECT_EQ(routes[1].origin, 2u);
+  EXPECT_EQ(routes[2].family, Family::v6);
+  EXPECT_EQ(routes[2].path, 9u);
+  EXPECT_TRUE(is_table_dump_v2(dump));
+  std::string three =
+      rib(2, {11}, 8, {as_path({{kSeq, 1}}), "", as_path({{kSeq, 3}})});
+  EXPECT_FALSE(load_mrt_routes(dump + three, "d", peers, each, error, warning));
+  EXPECT_EQ(error, "d: byte " + std::to_string(dump.size()) +
+                       ": bad MRT record (type 13, subtype 2): RIB entry "
+                       "names peer 2 of 2");
+  std::string one_of_two = record(
+      13, 1, Bytes().n(0, 4).n(0, 2).n(2, 2).n(0, 1).n(0, 4).n(1, 4).n(1, 2).b);
+  EXPECT_FALSE(load_mrt_routes(one_of_two, "d", peers, each, error, warning));
+  EXPECT_EQ(error,
+            "d: byte 0: bad MRT record (type 13, subtype 1): peer index "
+            "table runs past its record");
 }
 
 TEST(Mrt, RecognisedByItsHeaderOnly) {

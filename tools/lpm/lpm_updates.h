@@ -5,11 +5,10 @@
 // A route's sender is its peer, named by AS and address (for the _LOCAL
 // forms, the local side, which sent the message). Peers are numbered in the
 // order the stream first shows them announcing or withdrawing a route,
-// across files. A prefix's answer is
-// the origin AS of the route of the lowest-numbered peer that announces it,
-// as a RIB dump's prefix takes its first entry's; prefixes of the tables
-// loaded before the updates stand behind every peer's routes, and no
-// update withdraws them.
+// across files (a RIB dump's peers, numbered before, first). A prefix's
+// answer is the origin AS of the route of the lowest-numbered peer that
+// announces it; prefixes of other tables loaded before the updates stand
+// behind every peer's routes, and no update withdraws them.
 #pragma once
 
 #include <stdint.h>
@@ -81,6 +80,11 @@ class UpdateReader {
   bool stopped() const { return stopped_; }
   const UpdateCounts &counts() const { return counts_; }
   size_t peers() const { return peers_.size(); }
+  // The number of a peer, given it when it is new: a dump's peers are
+  // numbered before the updates.
+  uint32_t peer(uint32_t as, Family f, const Addr &addr) {
+    return peer_number({as, f, addr});
+  }
   // "AS64500 192.0.2.1" for a peer number.
   std::string peer_name(uint32_t peer) const;
 
