@@ -91,8 +91,6 @@ double percentile(std::vector<double> &v, double q) {
 
 int replay_main(const Options &o, Table &table,
                 const std::vector<Query> &queries) {
-  if (!table.nexthops.empty())
-    fail("--updates follows origin ASes; a route table has none");
   Live<vell::trie4_family> v4;
   Live<vell::trie6_family> v6;
   PeerTable peers([&](const Prefix4or6 &p, const uint32_t *origin) {
@@ -166,6 +164,8 @@ int replay_main(const Options &o, Table &table,
       fail(error);
     if (!warning.empty()) warnings.push_back(warning);
   }
+  if (!table.nexthops.empty())
+    fail("--updates follows origin ASes; a route table has none");
   keep_first_of_duplicates<vell::trie4_family>(table.v4);
   keep_first_of_duplicates<vell::trie6_family>(table.v6);
   for (const auto &e : table.v4)

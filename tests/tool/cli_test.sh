@@ -176,6 +176,8 @@ expect rib-as-updates 1 "" "vell-lpm: $tmp/rib.mrt: a RIB dump (TABLE_DUMP recor
   -- --updates "$tmp/rib.mrt" 10.0.0.1
 expect updates-corrupt 1 "" "vell-lpm: $tmp/bad.mrt: byte 336: bad MRT record (type 16, subtype 4): prefix length 33 beyond 32" \
   -- --updates "$tmp/bad.mrt" 10.0.0.1
+expect updates-over-routes 1 "" "vell-lpm: --updates follows origin ASes; a route table has none" \
+  -- -t "$src/tests/tool/samples/ip-route.txt" --updates "$tmp/u.mrt"
 expect bad-at 1 "" "vell-lpm: --at: expected UNIX seconds or a UTC time such as 2026-11-25T10:00:00Z, got 'noon'" \
   -- --updates "$tmp/u.mrt" --at noon
 
