@@ -4,10 +4,13 @@
 #include <time.h>
 
 #include <algorithm>
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "lpm_clock.h"
 #include "lpm_formats.h"
+#include "lpm_keys.h"
 #include "lpm_mrt.h"
 #include "lpm_source.h"
 #include "lpm_text.h"
@@ -27,6 +30,9 @@ using namespace lpm;
 // the prefix.
 constexpr uint32_t kMiss = UINT32_MAX;
 
+// Where --bench leaves its lookups' checksum, so that none is optimised out.
+volatile uint32_t bench_sink;
+
 template <class F>
 struct Live {
   typename F::live *table;
@@ -34,7 +40,7 @@ struct Live {
   size_t staged = 0, failed = 0;
 
   Live() {
-    table = F::live_construct(nullptr, kMiss, 1);
+    table = F::live_construct(nullptr, kMiss, 2);  // the tool, --bench's
     if (!table)
       fail(std::string("cannot make the ") + family_name(family_of<F>) +
            " live table; the library reports: " + take_library_diagnostics());
@@ -63,6 +69,19 @@ struct Live {
       fail("cannot publish the " + std::string(family_name(family_of<F>)) +
            " live table; the library reports: " + take_library_diagnostics());
     staged = 0;
+  }
+  // Looks up every key in batches from reader slot `slot`, reporting
+  // quiescence after each; returns a checksum so none is optimised out.
+  uint32_t lookup_all(const std::vector<typename F::key> &keys, int slot) {
+    uint32_t out[kBulkBatch], sum = 0;
+    for (size_t i = 0; i < keys.size(); i += kBulkBatch) {
+      uint32_t n =
+          static_cast<uint32_t>(std::min<size_t>(kBulkBatch, keys.size() - i));
+      F::live_lookup_bulk(table, F::c_keys(&keys[i]), out, n);
+      F::live_quiescent(table, slot);
+      for (uint32_t j = 0; j < n; ++j) sum += out[j];
+    }
+    return sum;
   }
   uint32_t lookup(const Addr &a) {
     uint32_t d = F::live_lookup(table, F::word_key(a.w));
@@ -179,6 +198,51 @@ int replay_main(const Options &o, Table &table,
   v6.publish();
   double base_ms = (now_seconds() - t1) * 1e3, base_read_s = t1 - t0;
 
+  // --bench: lookups of both families on a second thread while the
+  // replay runs, against the same lookups with no replay.
+  std::vector<vell::trie4_family::key> keys4;
+  std::vector<vell::trie6_family::key> keys6;
+  double idle_mps = 0, busy_mps = 0;
+  std::atomic<bool> replaying{true};
+  std::thread bench_thread;
+  if (o.bench) {
+    std::vector<vell::trie4_family::entry> e4;
+    std::vector<vell::trie6_family::entry> e6;
+    peers.for_each([&](const Prefix4or6 &p, uint32_t origin) {
+      if (p.family == Family::v4)
+        e4.push_back(vell::trie4_family::make_entry(p.addr.w, p.len, origin));
+      else
+        e6.push_back(vell::trie6_family::make_entry(p.addr.w, p.len, origin));
+    });
+    keys4 = draw_keys<vell::trie4_family>(e4, o.bench);
+    keys6 = draw_keys<vell::trie6_family>(e6, o.bench);
+    // One pass to warm the caches, then passes for at least 0.1 s.
+    uint32_t sum = v4.lookup_all(keys4, v4.reader);
+    uint64_t passes = 0;
+    double b0 = now_seconds(), b1;
+    do {
+      sum += v4.lookup_all(keys4, v4.reader) + v6.lookup_all(keys6, v6.reader);
+      ++passes;
+    } while ((b1 = now_seconds()) - b0 < 0.1);
+    idle_mps = 2.0 * o.bench * passes / (b1 - b0) / 1e6;
+    bench_sink = sum;
+    bench_thread = std::thread([&] {
+      int s4 = vell::trie4_family::live_reader_register(v4.table);
+      int s6 = vell::trie6_family::live_reader_register(v6.table);
+      double start = now_seconds();
+      uint64_t n = 0;
+      uint32_t sum = 0;
+      do {
+        sum += v4.lookup_all(keys4, s4) + v6.lookup_all(keys6, s6);
+        n += keys4.size() + keys6.size();
+      } while (replaying.load(std::memory_order_relaxed));
+      busy_mps = n / (now_seconds() - start) / 1e6;
+      bench_sink = sum;
+      vell::trie4_family::live_reader_unregister(v4.table, s4);
+      vell::trie6_family::live_reader_unregister(v6.table, s6);
+    });
+  }
+
   double read_seconds = 0, replay_seconds = 0;
   for (const std::string &path : o.updates) {
     Source src;
@@ -193,6 +257,10 @@ int replay_main(const Options &o, Table &table,
     read_seconds += r1 - r0;
     if (!warning.empty()) warnings.push_back(warning);
     if (reader.stopped()) break;
+  }
+  if (o.bench) {
+    replaying = false;
+    bench_thread.join();
   }
   for (const std::string &w : warnings)
     fprintf(stderr, "vell-lpm: warning: %s\n", w.c_str());
@@ -248,7 +316,15 @@ int replay_main(const Options &o, Table &table,
             skipped.empty()
                 ? ""
                 : (", records skipped" + skipped.substr(1)).c_str());
-  if (o.json && o.stats) {
+  if (o.bench && !o.json)
+    printf(
+        "replay bench: %llu keys per family (half within the prefixes, half "
+        "uniform), bulk lookups in batches of %u: %.2f M/s with no replay; "
+        "%.2f M/s on a second thread during the replay (%.0f changes/s, %zu "
+        "publishes)\n",
+        static_cast<unsigned long long>(o.bench), kBulkBatch, idle_mps,
+        busy_mps, rate, latencies.size());
+  if (o.json && (o.stats || o.bench)) {
     struct Field {
       const char *name;
       double value;
@@ -268,7 +344,9 @@ int replay_main(const Options &o, Table &table,
                   {"replay_s", replay_seconds},
                   {"changes_per_s", rate},
                   {"mb_per_s", mbps},
-                  {"publishes", double(latencies.size())}};
+                  {"publishes", double(latencies.size())},
+                  {"bench_idle_mps", idle_mps},
+                  {"bench_replay_mps", busy_mps}};
     std::string doc = "{\"updates\": {";
     char buf[64];
     for (const Field &f : fields) {

@@ -168,6 +168,10 @@ expect updates-over-dump-at 0 "10.0.0.0/8 200
 2001:db8::/32 400" "$skipped" -- -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" --at 1764064810 --list
 expect updates-over-dump-end 0 "12.1.1.1 302 12.0.0.0/8
 10.1.1.1 - -" "$skipped" -- -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" 12.1.1.1 10.1.1.1
+# --bench: lookups on a second thread while the replay runs.
+"$tool" -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" --bench 1000 2>/dev/null >"$tmp/bench"
+grep -qE '^replay bench: 1000 keys per family .*: [0-9.]+ M/s with no replay; [0-9.]+ M/s on a second thread during the replay' "$tmp/bench" ||
+  { echo "FAIL replay bench:"; cat "$tmp/bench"; failures=$((failures + 1)); }
 # Each kind of MRT file in the other's place is refused in words.
 python3 "$src/tests/tool/make_updates.py" "$tmp/bad.mrt" corrupt
 expect updates-as-table 1 "" "vell-lpm: $tmp/u.mrt: an MRT update file (BGP4MP records), not a table or RIB dump (TABLE_DUMP records): give it with --updates" \
