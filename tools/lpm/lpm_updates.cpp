@@ -255,32 +255,24 @@ void PeerTable::settle(Routes::iterator it, bool had, uint32_t before) {
 }
 
 bool PeerTable::apply(const RouteChange &c) {
-  if (c.peer >= by_peer_.size()) by_peer_.resize(c.peer + 1);
-  auto &mine = by_peer_[c.peer];
-  auto of_peer = [&](const Route &x) { return x.peer == c.peer; };
   switch (c.kind) {
     case RouteChange::announce:
-      mine.insert(c.prefix);
       return set(c.prefix, c.peer, c.path, &c.origin);
-    case RouteChange::withdraw: {
-      if (!set(c.prefix, c.peer, c.path, nullptr)) return false;
-      auto r = routes_.find(c.prefix);
-      if (r == routes_.end() ||
-          std::none_of(r->second.begin(), r->second.end(), of_peer))
-        mine.erase(c.prefix);
-      return true;
-    }
+    case RouteChange::withdraw:
+      return set(c.prefix, c.peer, c.path, nullptr);
     case RouteChange::down:
       // Every path of the peer at once, so that each prefix's answer
-      // changes once.
-      for (const Prefix4or6 &p : mine) {
-        auto it = routes_.find(p);
-        if (it == routes_.end()) continue;
+      // changes once. A pass over every prefix: sessions end rarely, and
+      // an index of each peer's prefixes would cost more memory than the
+      // routes themselves.
+      for (auto it = routes_.begin(); it != routes_.end();) {
+        auto next = std::next(it);
         uint32_t before = it->second.front().origin;
-        std::erase_if(it->second, of_peer);
-        settle(it, true, before);
+        if (std::erase_if(it->second,
+                          [&](const Route &x) { return x.peer == c.peer; }))
+          settle(it, true, before);
+        it = next;
       }
-      mine.clear();
       return true;
   }
   return true;

@@ -18,7 +18,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "lpm_addr.h"
@@ -149,7 +148,6 @@ class PeerTable {
 
   AnswerSink sink_;
   Routes routes_;
-  std::vector<std::unordered_set<Prefix4or6, PrefixHash>> by_peer_;
 };
 
 // TIME as UNIX seconds or ISO 8601 UTC ("2026-11-25T10:00:00Z", seconds
