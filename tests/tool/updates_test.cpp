@@ -110,6 +110,25 @@ TEST(Updates, EveryMessageFormGivesItsSenderPathAndOrigin) {
   }
 }
 
+TEST(Updates, APeerOverIpv6IsNamedByItsIpv6Address) {
+  Replay r;
+  std::string msg = update("", as_path({{kSeq, 9}}), pfx(8, {10}));
+  std::string head = Bytes()
+                         .n(65001, 4)
+                         .n(64999, 4)
+                         .n(0, 2)
+                         .n(2, 2)
+                         .n(0x20010db8, 4)
+                         .n(0, 8)
+                         .n(1, 4)
+                         .n(0, 16)
+                         .b;
+  ASSERT_TRUE(r.read(record(16, 4, head + msg))) << r.error;
+  ASSERT_EQ(r.changes.size(), 1u);
+  EXPECT_EQ(r.changes[0].origin, 9u);
+  EXPECT_EQ(r.reader.peer_name(r.changes[0].peer), "AS65001 2001:db8::1");
+}
+
 TEST(Updates, As4PathStandsForTheTailOnlyWhenNoLongerThanAsPath) {
   Replay r;
   std::string merged =
