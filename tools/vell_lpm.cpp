@@ -18,10 +18,12 @@
 #include "lpm_formats.h"
 #include "lpm_table.h"
 #include "lpm_text.h"
+#include "lpm_updates.h"
 #include "sc_host_default.h"
 #include "vell_ds_version.h"
 #include "vell_lpm_family.h"
 #include "vell_lpm_options.h"
+#include "vell_lpm_replay.h"
 
 namespace vell_lpm {
 
@@ -37,7 +39,19 @@ const char kUsage[] =
     "                        with '#' and ';' comments; 'ip route' text or\n"
     "                        'ip -j route' JSON (answers name the next hop);\n"
     "                        MRT RIB dumps (data: the origin AS). Without -t\n"
-    "                        the embedded table is read.\n"
+    "                        (and --updates) the embedded table is read.\n"
+    "      --updates FILE    replay an MRT update file (BGP4MP; '-' for\n"
+    "                        stdin; gzip or bzip2 unpacked) after the tables;\n"
+    "                        repeatable, in time order. Routes are kept per\n"
+    "                        peer: a RIB dump's peers first, in its peer\n"
+    "                        index order, then the updates' peers as first\n"
+    "                        seen; a prefix answers with the origin AS of the\n"
+    "                        lowest-numbered peer announcing it. Other\n"
+    "                        tables' prefixes stand behind every peer's.\n"
+    "                        Lookups answer from a live table per family,\n"
+    "                        published once per second of the stream.\n"
+    "      --at TIME         end the replay at TIME (UNIX seconds or\n"
+    "                        2026-11-25T10:00:00Z): answers as of then\n"
     "      --format NAME     read every table as auto (the default), table,\n"
     "                        ip-route, ip-route-json or mrt\n"
     "      --fill PCT        node fill factor, 1 to 100 (default 50)\n"
@@ -45,8 +59,12 @@ const char kUsage[] =
     "                        IPv6 root (at most 15); by default each root\n"
     "                        gets about one slot per four prefixes, at most\n"
     "                        2^16\n"
-    "      --stats           print each trie's statistics report\n"
-    "      --print           dump each trie\n"
+    "      --stats           print each trie's statistics report (with\n"
+    "                        --updates: the replay's, on stdout)\n"
+    "      --print           dump each trie (with --updates: each change "
+    "read,\n"
+    "                        TIME|A|PEER|PREFIX|ORIGIN, TIME|W|PEER|PREFIX or\n"
+    "                        TIME|DOWN|PEER)\n"
     "      --list            list each trie's prefixes from its iterator\n"
     "      --origin N        list the prefixes whose data word is N (the\n"
     "                        prefixes AS N originates in a dump)\n"
@@ -56,7 +74,9 @@ const char kUsage[] =
     "      --json            answers as one JSON object a line, reports as\n"
     "                        one JSON document\n"
     "      --bench N         time N lookups per family (keys drawn half from\n"
-    "                        the table's prefixes, half uniformly)\n"
+    "                        the table's prefixes, half uniformly); with\n"
+    "                        --updates, on a second thread during the replay\n"
+    "                        against the same with no replay\n"
     "  -h, --help            this text\n"
     "      --version         the program's and the library's version\n";
 
@@ -92,6 +112,15 @@ Options parse_options(int argc, char **argv) {
       exit(0);
     } else if (a == "-t" || a == "--table") {
       o.tables.push_back(value());
+    } else if (a == "--updates") {
+      o.updates.push_back(value());
+    } else if (a == "--at") {
+      const char *text = value();
+      if (!parse_time(text, o.at))
+        fail(
+            "--at: expected UNIX seconds or a UTC time such as "
+            "2026-11-25T10:00:00Z, got " +
+            quoted(text));
     } else if (a == "--fill") {
       o.fill = static_cast<uint32_t>(number_arg("--fill", value(), 1, 100));
     } else if (a == "--root-branch") {
@@ -135,12 +164,16 @@ Options parse_options(int argc, char **argv) {
       o.addresses.push_back(a);
     }
   }
-  if (o.tables.empty()) o.tables = default_tables();
-  if (o.tables.empty()) fail("no table given (see --help)");
+  if (o.tables.empty() && o.updates.empty()) o.tables = default_tables();
+  if (o.tables.empty() && o.updates.empty())
+    fail("no table given (see --help)");
+  if (o.updates.empty() && o.at != UINT64_MAX) fail("--at needs --updates");
+  auto stdin_uses = [&](const std::vector<std::string> &v) {
+    return std::count(v.begin(), v.end(), "-");
+  };
+  if (stdin_uses(o.tables) + stdin_uses(o.updates) + o.from_stdin > 1)
+    fail("stdin can be read only once ('-t -', '--updates -', --stdin)");
   if (o.json && o.print) fail("--print has no JSON form; drop --json");
-  if (o.from_stdin &&
-      std::find(o.tables.begin(), o.tables.end(), "-") != o.tables.end())
-    fail("--stdin and '-t -' cannot both read stdin");
   return o;
 }
 
@@ -185,44 +218,8 @@ Table load_tables(const Options &o) {
   return table;
 }
 
-}  // namespace vell_lpm
-
-using namespace vell_lpm;
-
-int main(int argc, char **argv) {
-  // A reader that closes the pipe early (head, a script) ends the tool
-  // quietly even when the parent left SIGPIPE ignored; other write errors
-  // are reported at the end.
-  signal(SIGPIPE, SIG_DFL);
-  Options o = parse_options(argc, argv);
-  sc_host_set_diag_handler(on_library_diagnostic);
-  struct Query {
-    lpm::Family family;
-    Addr addr;
-  };
-  std::vector<Query> queries;
-  for (const std::string &a : o.addresses) {
-    Query q;
-    if (!parse_query(a, q.family, q.addr)) fail("bad address " + quoted(a));
-    queries.push_back(q);
-  }
-  Table table = load_tables(o);
-  Words words{table, o.json};
-  FamilyTrie<vell::trie4_family> v4(table.v4, o, words);
-  FamilyTrie<vell::trie6_family> v6(table.v6, o, words);
-  v4.status();
-  v6.status();
-  if (o.json && (o.stats || o.bench)) json_report(o, v4, v6);
-  v4.report(o);
-  v6.report(o);
-
-  auto lookup = [&](const Query &q) {
-    if (q.family == Family::v4)
-      v4.lookup(q.addr);
-    else
-      v6.lookup(q.addr);
-  };
-  for (const Query &q : queries) lookup(q);
+int for_each_stdin_query(const Options &o,
+                         const std::function<void(const Query &)> &lookup) {
   int status = 0;
   if (o.from_stdin) {
     std::string line;
@@ -245,6 +242,48 @@ int main(int argc, char **argv) {
       }
     }
   }
+  return status;
+}
+
+}  // namespace vell_lpm
+
+using namespace vell_lpm;
+
+int main(int argc, char **argv) {
+  // A reader that closes the pipe early (head, a script) ends the tool
+  // quietly even when the parent left SIGPIPE ignored; other write errors
+  // are reported at the end.
+  signal(SIGPIPE, SIG_DFL);
+  Options o = parse_options(argc, argv);
+  sc_host_set_diag_handler(on_library_diagnostic);
+  std::vector<Query> queries;
+  for (const std::string &a : o.addresses) {
+    Query q;
+    if (!parse_query(a, q.family, q.addr)) fail("bad address " + quoted(a));
+    queries.push_back(q);
+  }
+  if (!o.updates.empty()) {
+    Table table;  // the replay reads the tables itself
+    return replay_main(o, table, queries);
+  }
+  Table table = load_tables(o);
+  Words words{table, o.json};
+  FamilyTrie<vell::trie4_family> v4(table.v4, o, words);
+  FamilyTrie<vell::trie6_family> v6(table.v6, o, words);
+  v4.status();
+  v6.status();
+  if (o.json && (o.stats || o.bench)) json_report(o, v4, v6);
+  v4.report(o);
+  v6.report(o);
+
+  auto lookup = [&](const Query &q) {
+    if (q.family == Family::v4)
+      v4.lookup(q.addr);
+    else
+      v6.lookup(q.addr);
+  };
+  for (const Query &q : queries) lookup(q);
+  int status = for_each_stdin_query(o, lookup);
   if (o.bench && !o.json) {
     fputs(v4.bench(o.bench, false).c_str(), stdout);
     fputs(v6.bench(o.bench, false).c_str(), stdout);

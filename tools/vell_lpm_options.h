@@ -21,6 +21,8 @@ constexpr uint32_t kBulkBatch = 64;
 
 struct Options {
   std::vector<std::string> tables;
+  std::vector<std::string> updates;  // --updates files, replayed in order
+  uint64_t at = UINT64_MAX;          // --at: the replay's end, UNIX seconds
   uint32_t fill = kDefaultFill;
   uint32_t root_branch[2] = {kAutoRootBranch, kAutoRootBranch};
   Format format = Format::automatic;

@@ -1,6 +1,7 @@
-// The MRT reader on any bytes: an error or a cut-short warning, never a
-// crash, a hang or an unbounded allocation; whatever it accepts is a valid
-// prefix of its family.
+// The MRT reader on any bytes, as a table and as every peer's routes: an
+// error or a cut-short warning, never a crash, a hang or an unbounded
+// allocation; whatever it accepts is a valid prefix of its family, and
+// every route names a peer of the dump's peer index.
 #include <stdint.h>
 #include <stdlib.h>
 
@@ -18,5 +19,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (e.len > 32 || (e.len < 32 && (e.addr << e.len) != 0)) abort();
   for (const auto &e : t.v6)
     if (e.len > 128) abort();
+  std::vector<lpm::RibPeer> peers;
+  ok = lpm::load_mrt_routes(
+      bytes, "f", peers,
+      [&](const lpm::RibRoute &r) {
+        if (r.peer >= peers.size() || r.len > lpm::width(r.family) ||
+            lpm::mask_to(r.addr, r.len) != r.addr)
+          abort();
+      },
+      error, warning);
+  if (!ok && error.empty()) abort();
   return 0;
 }

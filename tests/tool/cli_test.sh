@@ -12,13 +12,14 @@ failures=0
 
 # expect NAME STATUS STDOUT STDERR -- ARGS...: runs the tool (stdin from
 # $input when set) and compares status, stdout and stderr exactly; stderr
-# without its status lines (tables read, tries built).
+# without its status lines (tables read, tries built, updates replayed).
 expect() {
   local name=$1 status=$2 out=$3 err=$4
   shift 5
   local got_status=0
   "$tool" "$@" <"${input:-/dev/null}" >"$tmp/out" 2>"$tmp/all" || got_status=$?
-  grep -vE '^vell-lpm: ([^ ]+: [0-9]+ prefixes \(|IPv[46]: )' "$tmp/all" >"$tmp/err"
+  grep -vE '^vell-lpm: ([^ ]+: [0-9]+ prefixes \(|IPv[46]: |tables: |updates: ([0-9]+ records|read and))' \
+    "$tmp/all" >"$tmp/err"
   if [ "$got_status" != "$status" ] || [ "$(cat "$tmp/out")" != "$out" ] ||
     [ "$(cat "$tmp/err")" != "$err" ]; then
     echo "FAIL $name: status $got_status (want $status)"
@@ -62,7 +63,7 @@ printf '10.1.2.3\n10.0.0.0/8 1\n\n2002::1\n' >"$tmp/in"
 input=$tmp/in expect bad-stdin-line 1 "10.1.2.3 3 10.1.0.0/16
 2002::1 - -" "vell-lpm: <stdin>:2: bad address '10.0.0.0/8 1'" \
   -- -t "$routes" --stdin
-expect stdin-twice 1 "" "vell-lpm: --stdin and '-t -' cannot both read stdin" \
+expect stdin-twice 1 "" "vell-lpm: stdin can be read only once ('-t -', '--updates -', --stdin)" \
   -- -t - --stdin
 expect bad-arg 1 "" "vell-lpm: bad address '\\x1b[2J'" -- -t "$routes" $'\e[2J'
 
@@ -127,6 +128,62 @@ printf '10.0.0.0/8 7\n10.1.0.0/16 8\n10.2.0.0/16 7\n10.2.1.0/24 7\n' >"$tmp/o"
 expect origin 0 "10.0.0.0/8 7
 10.2.0.0/16 7
 10.2.1.0/24 7" "" -- -t "$tmp/o" --origin 7
+
+# Update files: two peers, the first's routes answer while it announces
+# them; a withdrawal of what was never announced is counted; the second
+# peer's session ends at +20 s. --at answers as of a moment.
+python3 "$src/tests/tool/make_updates.py" "$tmp/u.mrt"
+skipped="vell-lpm: updates: skipped 0 BGP messages other than UPDATE, 1 withdrawals of routes not announced, 0 MP_(UN)REACH_NLRI of other address families"
+expect updates-end 0 "10.1.2.3 - -
+2001:db8::1 400 2001:db8::/32
+10.2.0.1 - -" "$skipped" -- --updates "$tmp/u.mrt" 10.1.2.3 2001:db8::1 10.2.0.1
+expect updates-at 0 "10.0.0.0/8 100
+10.1.0.0/16 200
+2001:db8::/32 400
+10.1.2.3 200 10.1.0.0/16" "" -- --updates "$tmp/u.mrt" --at 1764064805 --list 10.1.2.3
+expect updates-at-iso 0 "10.0.0.0/8 200
+10.1.0.0/16 200" "$skipped" \
+  -- --updates "$tmp/u.mrt" --at 2025-11-25T10:00:15Z --origin 200
+# A table's prefixes stand behind every peer's routes; bzip2 from stdin.
+bzip2 -c "$tmp/u.mrt" >"$tmp/in"
+input=$tmp/in expect updates-over-table 0 "10.2.0.1 2 10.0.0.0/8
+10.1.2.3 3 10.1.0.0/16" "$skipped" -- -t "$routes" --updates - 10.2.0.1 10.1.2.3
+input=
+"$tool" --updates "$tmp/u.mrt" --json --stats 2>/dev/null >"$tmp/json"
+/usr/bin/python3 -c '
+import json, sys
+u = json.loads(open(sys.argv[1]).readline())["updates"]
+assert (u["records"], u["announcements"], u["withdrawals"], u["peers"],
+        u["sessions_down"], u["publishes"]) == (5, 4, 2, 2, 1, 4), u
+assert u["publish_us"]["max"] >= u["publish_us"]["p50"] > 0, u
+' "$tmp/json" || { echo "FAIL updates json"; failures=$((failures + 1)); }
+# A RIB dump's routes are its peers': updates replace and withdraw them,
+# and a session's end takes them too.
+python3 "$src/tests/tool/make_updates.py" "$tmp/rib.mrt" rib
+expect updates-over-dump 0 "10.0.0.0/8 301
+12.0.0.0/8 302" "" -- -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" --at 1764064700 --list
+expect updates-over-dump-at 0 "10.0.0.0/8 200
+10.1.0.0/16 200
+12.0.0.0/8 302
+2001:db8::/32 400" "$skipped" -- -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" --at 1764064810 --list
+expect updates-over-dump-end 0 "12.1.1.1 302 12.0.0.0/8
+10.1.1.1 - -" "$skipped" -- -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" 12.1.1.1 10.1.1.1
+# --bench: lookups on a second thread while the replay runs.
+"$tool" -t "$tmp/rib.mrt" --updates "$tmp/u.mrt" --bench 1000 2>/dev/null >"$tmp/bench"
+grep -qE '^replay bench: 1000 keys per family .*: [0-9.]+ M/s with no replay; [0-9.]+ M/s on a second thread during the replay' "$tmp/bench" ||
+  { echo "FAIL replay bench:"; cat "$tmp/bench"; failures=$((failures + 1)); }
+# Each kind of MRT file in the other's place is refused in words.
+python3 "$src/tests/tool/make_updates.py" "$tmp/bad.mrt" corrupt
+expect updates-as-table 1 "" "vell-lpm: $tmp/u.mrt: an MRT update file (BGP4MP records), not a table or RIB dump (TABLE_DUMP records): give it with --updates" \
+  -- -t "$tmp/u.mrt" 10.0.0.1
+expect rib-as-updates 1 "" "vell-lpm: $tmp/rib.mrt: a RIB dump (TABLE_DUMP records), not an update file (BGP4MP records): give it as a table with -t" \
+  -- --updates "$tmp/rib.mrt" 10.0.0.1
+expect updates-corrupt 1 "" "vell-lpm: $tmp/bad.mrt: byte 336: bad MRT record (type 16, subtype 4): prefix length 33 beyond 32" \
+  -- --updates "$tmp/bad.mrt" 10.0.0.1
+expect updates-over-routes 1 "" "vell-lpm: --updates follows origin ASes; a route table has none" \
+  -- -t "$src/tests/tool/samples/ip-route.txt" --updates "$tmp/u.mrt"
+expect bad-at 1 "" "vell-lpm: --at: expected UNIX seconds or a UTC time such as 2026-11-25T10:00:00Z, got 'noon'" \
+  -- --updates "$tmp/u.mrt" --at noon
 
 echo "vell-lpm cli: $failures failed"
 [ $failures -eq 0 ]

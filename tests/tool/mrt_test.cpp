@@ -3,50 +3,12 @@
 #include <initializer_list>
 
 #include "lpm_mrt.h"
+#include "mrt_build.h"
 
 namespace {
 
 using namespace lpm;
-
-// Builders for MRT records, big-endian as on the wire.
-struct Bytes {
-  std::string b;
-  Bytes &n(uint64_t v, unsigned width) {
-    for (unsigned i = width; i-- > 0;) b += static_cast<char>(v >> (8 * i));
-    return *this;
-  }
-  Bytes &raw(const std::string &s) {
-    b += s;
-    return *this;
-  }
-};
-
-// An AS_PATH attribute of segments {type, ASes...}, `as_bytes` per AS.
-std::string as_path(std::initializer_list<std::initializer_list<uint32_t>> segs,
-                    unsigned as_bytes = 4, uint8_t type = 2) {
-  Bytes v;
-  for (auto seg : segs) {
-    auto it = seg.begin();
-    v.n(*it, 1).n(static_cast<uint32_t>(seg.size() - 1), 1);
-    for (++it; it != seg.end(); ++it) v.n(*it, as_bytes);
-  }
-  return Bytes()
-      .n(0x40, 1)
-      .n(type, 1)
-      .n(static_cast<uint32_t>(v.b.size()), 1)
-      .raw(v.b)
-      .b;
-}
-
-std::string record(uint16_t type, uint16_t subtype, const std::string &body) {
-  return Bytes()
-      .n(1400824800, 4)
-      .n(type, 2)
-      .n(subtype, 2)
-      .n(static_cast<uint32_t>(body.size()), 4)
-      .raw(body)
-      .b;
-}
+using namespace mrt_build;
 
 // A TABLE_DUMP_V2 RIB record with one entry per attribute string.
 std::string rib(uint16_t subtype, std::initializer_list<uint8_t> prefix_bytes,
@@ -56,8 +18,9 @@ std::string rib(uint16_t subtype, std::initializer_list<uint8_t> prefix_bytes,
   b.n(7, 4).n(len, 1);
   for (uint8_t x : prefix_bytes) b.n(x, 1);
   b.n(static_cast<uint32_t>(entries.size()), 2);
+  uint32_t peer = 0;  // entry i names peer i
   for (const std::string &attrs : entries) {
-    b.n(0, 2).n(1400824800, 4);
+    b.n(peer++, 2).n(1400824800, 4);
     if (add_path) b.n(9, 4);
     b.n(static_cast<uint32_t>(attrs.size()), 2).raw(attrs);
   }
@@ -150,7 +113,7 @@ TEST(Mrt, AMalformedRecordIsAnErrorAtItsByteOffset) {
               Bytes().n(7, 4).n(8, 1).n(10, 1).n(2, 2).n(0, 6).n(0, 2).b),
        "2): RIB entry 2 of 2 runs past the record's end"},
       {record(13, 2, Bytes().n(7, 4).n(8, 1).b),
-       "2): record ends inside its header"},
+       "2): prefix runs past its field"},
   };
   for (const Case &c : cases) {
     Table t;
@@ -159,6 +122,58 @@ TEST(Mrt, AMalformedRecordIsAnErrorAtItsByteOffset) {
     EXPECT_EQ(error, at + c.why);
     EXPECT_EQ(t.v4.size(), 1u);
   }
+}
+
+TEST(Mrt, EveryEntryNamesItsPeerFromThePeerIndex) {
+  std::string index = record(13, 1,
+                             Bytes()
+                                 .n(0, 4)
+                                 .n(1, 2)
+                                 .raw("v")
+                                 .n(2, 2)
+                                 .n(0, 1)  // IPv4 address, 2-byte AS
+                                 .n(0, 4)
+                                 .n(0xC0000201, 4)
+                                 .n(65001, 2)
+                                 .n(3, 1)  // IPv6 address, 4-byte AS
+                                 .n(0, 4)
+                                 .n(0x20010db8, 4)
+                                 .n(0, 8)
+                                 .n(1, 4)
+                                 .n(4200000000u, 4)
+                                 .b);
+  std::string dump =
+      index + rib(2, {10}, 8, {as_path({{kSeq, 1}}), as_path({{kSeq, 2}})}) +
+      rib(10, {0x20, 0x01}, 16, {as_path({{kSeq, 3}})}, true);
+  std::vector<RibPeer> peers;
+  std::vector<RibRoute> routes;
+  std::string error, warning;
+  auto each = [&](const RibRoute &r) { routes.push_back(r); };
+  ASSERT_TRUE(load_mrt_routes(dump, "d", peers, each, error, warning)) << error;
+  ASSERT_EQ(peers.size(), 2u);
+  EXPECT_EQ(peers[0].as, 65001u);
+  EXPECT_EQ(peers[0].addr.w[0], 0xC0000201u);
+  EXPECT_EQ(peers[1].family, Family::v6);
+  EXPECT_EQ(peers[1].addr.w[3], 1u);
+  EXPECT_EQ(peers[1].as, 4200000000u);
+  ASSERT_EQ(routes.size(), 3u);
+  EXPECT_EQ(routes[1].peer, 1u);
+  EXPECT_EQ(routes[1].origin, 2u);
+  EXPECT_EQ(routes[2].family, Family::v6);
+  EXPECT_EQ(routes[2].path, 9u);
+  EXPECT_TRUE(is_table_dump_v2(dump));
+  std::string three =
+      rib(2, {11}, 8, {as_path({{kSeq, 1}}), "", as_path({{kSeq, 3}})});
+  EXPECT_FALSE(load_mrt_routes(dump + three, "d", peers, each, error, warning));
+  EXPECT_EQ(error, "d: byte " + std::to_string(dump.size()) +
+                       ": bad MRT record (type 13, subtype 2): RIB entry "
+                       "names peer 2 of 2");
+  std::string one_of_two = record(
+      13, 1, Bytes().n(0, 4).n(0, 2).n(2, 2).n(0, 1).n(0, 4).n(1, 4).n(1, 2).b);
+  EXPECT_FALSE(load_mrt_routes(one_of_two, "d", peers, each, error, warning));
+  EXPECT_EQ(error,
+            "d: byte 0: bad MRT record (type 13, subtype 1): peer index "
+            "table runs past its record");
 }
 
 TEST(Mrt, RecognisedByItsHeaderOnly) {

@@ -7,6 +7,10 @@
                                       its first RIB entry
   oracle.py cidr VELL_LPM TABLE N     which of N random addresses a CIDR list
                                       covers vs. `grepcidr`
+  oracle.py updates VELL_LPM FILE     the changes an update file holds, per
+                                      peer and second, vs. `bgpdump -m`'s A
+                                      and W lines; --list at several moments
+                                      vs. those lines applied per peer here
 Exits 1 with the first differences on stderr.
 """
 import gzip
@@ -143,12 +147,88 @@ def check_cidr(tool, path, n):
     return differences('cidr', want, got)
 
 
+def origin_of(path):
+    last = path.split()[-1] if path.split() else '0'
+    return min(int(x) for x in last.strip('{}').split(','))
+
+
+def answers_at(lines, at):
+    """{IPNetwork: origin} after the bgpdump lines up to `at`: each peer's
+    routes, the peer first seen in an A or W line answering."""
+    rank, routes = {}, {}  # routes: {net: {peer: origin}}
+    for f in lines:
+        if int(f[1]) > at:
+            break
+        peer = (f[4], f[3])
+        if f[2] == 'STATE':
+            if f[5] == '6' and f[6] != '6':
+                # A session recorded without its address is its AS's.
+                ended = [p for p in rank
+                         if p == peer or (f[3] in ('0.0.0.0', '::') and
+                                          p[0] == f[4])]
+                for net in routes:
+                    for p in ended:
+                        routes[net].pop(p, None)
+            continue
+        rank.setdefault(peer, len(rank))
+        net = netaddr.IPNetwork(f[5])
+        if f[2] == 'A':
+            routes.setdefault(net, {})[peer] = origin_of(f[6])
+        else:
+            routes.get(net, {}).pop(peer, None)
+    return {net: by_peer[min(by_peer, key=rank.get)]
+            for net, by_peer in routes.items() if by_peer}
+
+
+def check_updates(tool, path):
+    lines = [l.split('|') for l in run(['bgpdump', '-m', path]).splitlines()]
+    want = {}
+    for f in lines:
+        if f[2] in 'AW':
+            change = (f[2], str(netaddr.IPNetwork(f[5])))
+            if f[2] == 'A':
+                change += (origin_of(f[6]),)
+            want.setdefault((f[1], f[4], f[3]), []).append(change)
+    got = {}
+    for line in run([tool, '--updates', path, '--print']).splitlines():
+        f = line.split('|')
+        if f[1] == 'DOWN':
+            continue
+        peer_as, peer_ip = f[2][2:].split()
+        change = (f[1], str(netaddr.IPNetwork(f[3])))
+        if f[1] == 'A':
+            change += (int(f[4]),)
+        got.setdefault((f[0], peer_as, peer_ip), []).append(change)
+    bad = differences('updates', set(want), set(got))
+    for key in sorted(set(want) & set(got)):
+        if want[key] != got[key]:
+            print('updates: %s: the changes differ' % (key,), file=sys.stderr)
+            bad += 1
+    times = sorted({int(f[1]) for f in lines})
+    print('updates: %d changes in %d peer-seconds' %
+          (sum(len(v) for v in want.values()), len(want)))
+    # Moments across the file, and the end.
+    for at in times[len(times) // 5::len(times) // 5] + [times[-1]]:
+        expect = answers_at(lines, at)
+        answers = {}
+        for line in run([tool, '--updates', path, '--at', str(at), '--list',
+                         '--json']).splitlines():
+            item = json.loads(line)
+            answers[netaddr.IPNetwork(item['prefix'])] = item['data']
+        print('updates: %d prefixes at %d' % (len(expect), at))
+        bad += differences('updates at %d' % at, set(expect.items()),
+                           set(answers.items()))
+    return bad
+
+
 def main():
     mode, tool, path = sys.argv[1:4]
     if mode == 'lookup':
         bad = check_lookup(tool, path, int(sys.argv[4]))
     elif mode == 'mrt':
         bad = check_mrt(tool, path)
+    elif mode == 'updates':
+        bad = check_updates(tool, path)
     else:
         bad = check_cidr(tool, path, int(sys.argv[4]))
     sys.exit(1 if bad else 0)

@@ -3,6 +3,7 @@
 #include "lpm_iproute.h"
 #include "lpm_mrt.h"
 #include "lpm_text.h"
+#include "lpm_updates.h"
 
 namespace lpm {
 namespace {
@@ -41,6 +42,12 @@ Format detect_format(std::string_view bytes) {
 bool load_source(const Source &src, Format format, Table &table,
                  std::string &error, std::vector<std::string> &warnings) {
   if (!src.warning.empty()) warnings.push_back(src.warning);
+  if (looks_like_updates(src.bytes)) {
+    error = src.name +
+            ": an MRT update file (BGP4MP records), not a table or RIB dump "
+            "(TABLE_DUMP records): give it with --updates";
+    return false;
+  }
   if (format == Format::automatic) format = detect_format(src.bytes);
   std::string warning;
   bool ok = false;

@@ -3,156 +3,81 @@
 #include <stdint.h>
 
 #include <algorithm>
+#include <functional>
+
+#include "lpm_bgp.h"
 
 namespace lpm {
 namespace {
 
 enum : uint16_t { kTableDump = 12, kTableDumpV2 = 13 };
 enum : uint16_t {  // TABLE_DUMP_V2 subtypes read here
+  kPeerIndexTable = 1,
   kRibIpv4Unicast = 2,
   kRibIpv6Unicast = 4,
   kRibIpv4UnicastAddPath = 8,
   kRibIpv6UnicastAddPath = 10,
 };
-enum : uint8_t {
-  kAttrAsPath = 2,
-  kAttrAs4Path = 17,
-  kAttrExtendedLength = 0x10
-};
-enum : uint8_t { kAsSet = 1, kAsConfedSet = 4 };
-constexpr size_t kHeader = 12;
 
-// Big-endian fields of one record, bounds-checked: a read past the end
-// fails and every later read fails too.
-class Cursor {
- public:
-  explicit Cursor(std::string_view b)
-      : p_(reinterpret_cast<const uint8_t *>(b.data())), left_(b.size()) {}
-  bool ok() const { return ok_; }
-  size_t left() const { return left_; }
-  uint32_t get(unsigned bytes) {
-    if (!take(bytes)) return 0;
-    const uint8_t *field = p_ - bytes;
-    uint32_t v = 0;
-    for (unsigned i = 0; i < bytes; ++i) v = v << 8 | field[i];
-    return v;
-  }
-  // The next n bytes as a cursor of their own.
-  Cursor sub(size_t n) {
-    Cursor c{std::string_view()};
-    if (take(n))
-      c = Cursor(std::string_view(reinterpret_cast<const char *>(p_ - n), n));
-    return c;
-  }
-  bool skip(size_t n) { return take(n); }
-  const uint8_t *here() const { return p_; }
-
- private:
-  bool take(size_t n) {
-    if (!ok_ || n > left_) return ok_ = false;
-    p_ += n, left_ -= n;
-    return true;
-  }
-  const uint8_t *p_;
-  size_t left_;
-  bool ok_ = true;
-};
-
-// The origin AS of an AS_PATH value whose AS numbers are `as_bytes` wide.
-bool origin_of_path(Cursor path, unsigned as_bytes, uint32_t &origin,
-                    std::string &why) {
-  origin = 0;
-  while (path.left()) {
-    uint8_t type = static_cast<uint8_t>(path.get(1));
-    uint8_t count = static_cast<uint8_t>(path.get(1));
-    if (type < kAsSet || type > kAsConfedSet) {
-      why = "AS_PATH segment of unknown type " + std::to_string(type);
-      return false;
-    }
-    uint32_t last = 0, least = UINT32_MAX;
-    for (unsigned i = 0; i < count; ++i) {
-      last = path.get(as_bytes);
-      least = std::min(least, last);
-    }
-    if (!path.ok()) {
-      why = "AS_PATH segment runs past its attribute";
-      return false;
-    }
-    // Confederation segments precede the path proper; the last segment
-    // names the origin.
-    if (count) origin = type == kAsSet || type == kAsConfedSet ? least : last;
-  }
-  return true;
-}
-
-// The origin AS from a route's path attributes. TABLE_DUMP records carry
-// 2-byte AS numbers, with the 4-byte path in AS4_PATH when one is needed.
-bool origin_of_attributes(Cursor attrs, bool two_byte_as, uint32_t &origin,
-                          std::string &why) {
-  origin = 0;
-  bool have_as4 = false;
-  while (attrs.left()) {
-    uint8_t flags = static_cast<uint8_t>(attrs.get(1));
-    uint8_t type = static_cast<uint8_t>(attrs.get(1));
-    uint32_t len = attrs.get(flags & kAttrExtendedLength ? 2 : 1);
-    Cursor value = attrs.sub(len);
-    if (!attrs.ok()) {
-      why = "path attribute " + std::to_string(type) +
-            " runs past the attributes' end";
-      return false;
-    }
-    if (type == kAttrAsPath && !have_as4) {
-      if (!origin_of_path(value, two_byte_as ? 2 : 4, origin, why))
-        return false;
-    } else if (type == kAttrAs4Path && two_byte_as) {
-      if (!origin_of_path(value, 4, origin, why)) return false;
-      have_as4 = true;
-    }
-  }
-  return true;
-}
-
-// A stored prefix is no longer than its family's width and has no bits set
-// beyond its length.
-bool check_prefix(Family f, const Addr &addr, unsigned len, std::string &why) {
-  if (len > width(f)) {
-    why = "prefix length " + std::to_string(len) + " beyond " +
-          std::to_string(width(f));
-    return false;
-  }
-  if (mask_to(addr, len) != addr) {
-    why = "prefix " + format_addr(f, addr) + "/" + std::to_string(len) +
-          " has bits set beyond its length";
-    return false;
-  }
-  return true;
-}
-
-// A RIB_IPV4_UNICAST / RIB_IPV6_UNICAST record, or its ADD-PATH form.
-bool read_rib(Cursor c, Family f, bool add_path, Table &t, std::string &why) {
+// A RIB_IPV4_UNICAST / RIB_IPV6_UNICAST record, or its ADD-PATH form: its
+// first entry's route into the table, or with `each` every entry's route.
+bool read_rib(Cursor c, Family f, bool add_path, Table &t, std::string &why,
+              const std::function<void(const RibRoute &)> *each = nullptr,
+              size_t peers = 0) {
   c.skip(4);  // sequence number
-  unsigned len = c.get(1);
-  Addr addr;
-  for (unsigned i = 0; i < (std::min(len, width(f)) + 7) / 8; ++i)
-    addr.w[i / 4] |= c.get(1) << (24 - 8 * (i % 4));
-  if (!check_prefix(f, addr, len, why)) return false;
-  uint32_t entries = c.get(2), origin = 0;
+  RibRoute r{0, 0, f, Addr(), 0, 0};
+  if (!read_prefix(c, f, r.addr, r.len, why)) return false;
+  uint32_t entries = c.get(2), first_origin = 0;
   for (uint32_t i = 0; i < entries; ++i) {
-    c.skip(2 + 4 + (add_path ? 4 : 0));  // peer, time, path identifier
+    r.peer = c.get(2);
+    c.skip(4);  // time
+    r.path = add_path ? c.get(4) : 0;
     Cursor attrs = c.sub(c.get(2));
     if (!c.ok()) {
       why = "RIB entry " + std::to_string(i + 1) + " of " +
             std::to_string(entries) + " runs past the record's end";
       return false;
     }
-    if (i == 0 && !origin_of_attributes(attrs, false, origin, why))
+    if (i && !each) continue;
+    Attributes a;
+    if (!split_attributes(attrs, a, why) || !origin_of(a, false, r.origin, why))
       return false;
+    if (!each) {
+      first_origin = r.origin;
+    } else if (r.peer >= peers) {
+      why = "RIB entry names peer " + std::to_string(r.peer) + " of " +
+            std::to_string(peers);
+      return false;
+    } else {
+      (*each)(r);
+    }
   }
   if (!c.ok()) {
     why = "record ends inside its header";
     return false;
   }
-  if (entries) t.add(f, addr, len, origin);
+  if (entries && !each) t.add(f, r.addr, r.len, first_origin);
+  return true;
+}
+
+// A PEER_INDEX_TABLE record: the peers that RIB entries name by index.
+bool read_peer_index(Cursor c, std::vector<RibPeer> &peers, std::string &why) {
+  c.skip(4);         // collector's BGP identifier
+  c.skip(c.get(2));  // view name
+  uint32_t n = c.get(2);
+  peers.clear();
+  for (uint32_t i = 0; i < n && c.ok(); ++i) {
+    uint8_t type = static_cast<uint8_t>(c.get(1));
+    c.skip(4);  // BGP identifier
+    RibPeer p{0, type & 1 ? Family::v6 : Family::v4, Addr()};
+    for (unsigned w = 0; w < width(p.family) / 32; ++w) p.addr.w[w] = c.get(4);
+    p.as = c.get(type & 2 ? 4 : 2);
+    peers.push_back(p);
+  }
+  if (!c.ok()) {
+    why = "peer index table runs past its record";
+    return false;
+  }
   return true;
 }
 
@@ -170,8 +95,9 @@ bool read_table_dump(Cursor c, Family f, Table &t, std::string &why) {
     why = "record ends before its path attributes do";
     return false;
   }
-  if (!check_prefix(f, addr, len, why) ||
-      !origin_of_attributes(attrs, true, origin, why))
+  Attributes a;
+  if (!check_prefix(f, addr, len, why) || !split_attributes(attrs, a, why) ||
+      !origin_of(a, true, origin, why))
     return false;
   t.add(f, addr, len, origin);
   return true;
@@ -203,38 +129,53 @@ bool read_record(uint16_t type, uint16_t subtype, std::string_view body,
 }  // namespace
 
 bool looks_like_mrt(std::string_view b) {
-  return b.size() >= kHeader && b[4] == 0 &&
+  return b.size() >= kMrtHeader && b[4] == 0 &&
          (b[5] == kTableDump || b[5] == kTableDumpV2);
 }
 
 bool load_mrt(std::string_view bytes, std::string_view name, Table &table,
               std::string &error, std::string &warning) {
-  size_t offset = 0, records = 0;
-  while (offset < bytes.size()) {
-    Cursor header(bytes.substr(offset));
-    header.skip(4);  // timestamp
-    uint16_t type = static_cast<uint16_t>(header.get(2));
-    uint16_t subtype = static_cast<uint16_t>(header.get(2));
-    uint32_t length = header.get(4);
-    if (!header.ok() || length > header.left()) {
-      warning = std::string(name) + ": dump cut short at byte " +
-                std::to_string(bytes.size()) + ", inside the record at byte " +
-                std::to_string(offset) + ": read the " +
-                std::to_string(records) + " whole records before it";
-      return true;
-    }
-    std::string why;
-    if (!read_record(type, subtype, bytes.substr(offset + kHeader, length),
-                     table, why)) {
-      error = std::string(name) + ": byte " + std::to_string(offset) +
-              ": bad MRT record (type " + std::to_string(type) + ", subtype " +
-              std::to_string(subtype) + "): " + why;
-      return false;
-    }
-    offset += kHeader + length;
-    ++records;
-  }
-  return true;
+  return for_each_record(
+      bytes, name, "dump",
+      [&](const MrtRecord &r, std::string &why) {
+        return read_record(r.type, r.subtype, r.body, table, why)
+                   ? Next::go_on
+                   : Next::refuse;
+      },
+      error, warning);
+}
+
+bool load_mrt_routes(std::string_view bytes, std::string_view name,
+                     std::vector<RibPeer> &peers,
+                     const std::function<void(const RibRoute &)> &each,
+                     std::string &error, std::string &warning) {
+  Table unused;
+  return for_each_record(
+      bytes, name, "dump",
+      [&](const MrtRecord &r, std::string &why) {
+        Cursor c(r.body);
+        bool ok = true;
+        if (r.type != kTableDumpV2)
+          ok = true;
+        else if (r.subtype == kPeerIndexTable)
+          ok = read_peer_index(c, peers, why);
+        else if (r.subtype == kRibIpv4Unicast || r.subtype == kRibIpv6Unicast ||
+                 r.subtype == kRibIpv4UnicastAddPath ||
+                 r.subtype == kRibIpv6UnicastAddPath)
+          ok = read_rib(c,
+                        r.subtype == kRibIpv4Unicast ||
+                                r.subtype == kRibIpv4UnicastAddPath
+                            ? Family::v4
+                            : Family::v6,
+                        r.subtype >= kRibIpv4UnicastAddPath, unused, why, &each,
+                        peers.size());
+        return ok ? Next::go_on : Next::refuse;
+      },
+      error, warning);
+}
+
+bool is_table_dump_v2(std::string_view b) {
+  return looks_like_mrt(b) && b[5] == kTableDumpV2;
 }
 
 }  // namespace lpm

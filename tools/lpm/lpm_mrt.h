@@ -7,8 +7,10 @@
 
 #include <stddef.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "lpm_table.h"
 
@@ -23,5 +25,32 @@ bool looks_like_mrt(std::string_view bytes);
 // an error naming its byte offset; the table then holds the earlier ones.
 bool load_mrt(std::string_view bytes, std::string_view name, Table &table,
               std::string &error, std::string &warning);
+
+// A peer of a TABLE_DUMP_V2 dump's PEER_INDEX_TABLE.
+struct RibPeer {
+  uint32_t as;
+  Family family;
+  Addr addr;
+};
+// One RIB entry: its prefix, the index of its peer, its ADD-PATH path
+// identifier (0 without) and its origin AS.
+struct RibRoute {
+  uint32_t peer, path;
+  Family family;
+  Addr addr;
+  unsigned len;
+  uint32_t origin;
+};
+
+// True when `bytes` starts with a TABLE_DUMP_V2 record.
+bool is_table_dump_v2(std::string_view bytes);
+
+// Calls `each` for every entry of every RIB record of a TABLE_DUMP_V2
+// dump, with `peers` holding the dump's peer index. Errors and warnings as
+// load_mrt's, and an entry naming a peer the index lacks is an error.
+bool load_mrt_routes(std::string_view bytes, std::string_view name,
+                     std::vector<RibPeer> &peers,
+                     const std::function<void(const RibRoute &)> &each,
+                     std::string &error, std::string &warning);
 
 }  // namespace lpm
