@@ -197,6 +197,7 @@ int replay_main(const Options &o, Table &table,
   v4.publish();
   v6.publish();
   double base_ms = (now_seconds() - t1) * 1e3, base_read_s = t1 - t0;
+  const size_t dump_peers = reader.peers();  // the updates may add more
 
   // --bench: lookups of both families on a second thread while the
   // replay runs, against the same lookups with no replay.
@@ -276,7 +277,7 @@ int replay_main(const Options &o, Table &table,
   fprintf(stderr,
           "vell-lpm: tables: %zu RIB dump routes of %zu peers, %zu IPv4 and "
           "%zu IPv6 other prefixes; read in %.2f s, published in %.1f ms\n",
-          rib_routes, reader.peers(), table.v4.size(), table.v6.size(),
+          rib_routes, dump_peers, table.v4.size(), table.v6.size(),
           base_read_s, base_ms);
   std::string span = n.records ? utc(n.first_time) + " to " + utc(n.last_time)
                                : std::string("no records");
