@@ -10,8 +10,10 @@ namespace mrt_build {
 
 struct Bytes {
   std::string b;
+  // v in `width` bytes; bytes past v's eight are 0.
   Bytes &n(uint64_t v, unsigned width) {
-    for (unsigned i = width; i-- > 0;) b += static_cast<char>(v >> (8 * i));
+    for (unsigned i = width; i-- > 0;)
+      b += static_cast<char>(i < 8 ? v >> (8 * i) : 0);
     return *this;
   }
   Bytes &raw(const std::string &s) {
