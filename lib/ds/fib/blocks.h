@@ -4,6 +4,7 @@
 #pragma once
 
 #include <stdint.h>
+#include <string.h>
 
 #include "diag.h"
 #include "trie/blocks.h"
@@ -24,6 +25,25 @@ void *take_array(void *ctx, uint64_t count, uint32_t size,
     VDS_DIAG(kFailure, F::kModule, "%s: sc_kmalloc(%llu) failed\n", op,
              static_cast<unsigned long long>(bytes));
   return block;
+}
+
+// Moves the `used` elements of `block` (room for `cap`, or null) into a
+// block of twice the room (`first` when there was none) and releases the
+// old one. False when it cannot be taken, `block` then as it was: reported
+// as op's failure when op is given, else left to the caller.
+template <class F, class T>
+bool grow_array(void *ctx, T *&block, uint32_t &cap, uint32_t used,
+                uint32_t first, const char *op) {
+  const uint32_t room = cap ? 2 * cap : first;
+  auto *grown =
+      static_cast<T *>(op ? take_array<F>(ctx, room, uint32_t{sizeof(T)}, op)
+                          : trie::take<F>(ctx, room * uint32_t{sizeof(T)}));
+  if (!grown) return false;
+  if (used) memcpy(grown, block, used * sizeof(T));
+  if (block) trie::give<F>(ctx, block, cap * uint32_t{sizeof(T)});
+  block = grown;
+  cap = room;
+  return true;
 }
 
 }  // namespace vds::fib

@@ -293,18 +293,9 @@ class Builder {
 
   // Appends it to the scratch array as its n-th prefix, growing the array.
   bool copy(uint32_t &n, const Item &it) {
-    if (n == s_.scratch_cap) {
-      uint32_t cap = s_.scratch_cap ? 2 * s_.scratch_cap : 256;
-      auto *grown = static_cast<Item *>(
-          fib::take_array<F>(s_.sz_ctx, cap, uint32_t{sizeof(Item)}, op_));
-      if (!grown) return false;
-      if (n) memcpy(grown, s_.scratch, n * sizeof(Item));
-      if (s_.scratch)
-        trie::give<F>(s_.sz_ctx, s_.scratch,
-                      s_.scratch_cap * uint32_t{sizeof(Item)});
-      s_.scratch = grown;
-      s_.scratch_cap = cap;
-    }
+    if (n == s_.scratch_cap &&
+        !fib::grow_array<F>(s_.sz_ctx, s_.scratch, s_.scratch_cap, n, 256, op_))
+      return false;
     s_.scratch[n++] = it;
     return true;
   }
@@ -313,14 +304,18 @@ class Builder {
   // `first` of the 2^kRootBits in `words` on, get its data (enclosing
   // prefixes come first, so later ones overwrite).
   static void paint(const Item &it, uint32_t *words, uint32_t first) {
-    const uint32_t from = Writer::root_slot(it) - first;
-    const uint32_t end = from + (1u << (F::kRootBits - it.len));
-    for (uint32_t c = from; c < end; ++c) words[c] = it.data;
+    for_slots(it, first, [&](uint32_t c) { words[c] = it.data; });
   }
   static void paint(const Item &it, Pending *slots, uint32_t first) {
+    for_slots(it, first, [&](uint32_t c) { slots[c].word = it.data; });
+  }
+  // Calls at(c) for each root slot c the prefix covers, counted from slot
+  // `first`.
+  template <class At>
+  static void for_slots(const Item &it, uint32_t first, At at) {
     const uint32_t from = Writer::root_slot(it) - first;
     const uint32_t end = from + (1u << (F::kRootBits - it.len));
-    for (uint32_t c = from; c < end; ++c) slots[c].word = it.data;
+    for (uint32_t c = from; c < end; ++c) at(c);
   }
 
   // What the slots under a short change inherit, from the record: the

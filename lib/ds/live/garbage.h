@@ -12,6 +12,7 @@
 #include <bit>
 
 #include "diag.h"
+#include "fib/blocks.h"
 #include "fib/table.h"
 #include "live/pool.h"
 #include "live/readers.h"
@@ -35,23 +36,16 @@ inline uint32_t node_words(const uint32_t *pool, uint32_t at) {
 template <class F>
 void unlink_node(State<F> &s, const Version *v, uint32_t at) {
   if (value_shaped(v->pool, at)) return;
-  if (s.n_garbage == s.garbage_cap) {
-    uint32_t cap = s.garbage_cap ? 2 * s.garbage_cap : 256;
-    auto *grown = static_cast<Garbage *>(
-        trie::take<F>(s.sz_ctx, cap * uint32_t{sizeof(Garbage)}));
-    if (!grown) {
-      VDS_DIAG(kTrace, F::kModule,
-               "%s: sc_kmalloc(%u) failed, unlinked nodes wait for the "
-               "next compaction\n",
-               F::kOps.publish, cap * uint32_t{sizeof(Garbage)});
-      return;
-    }
-    if (s.n_garbage) memcpy(grown, s.garbage, s.n_garbage * sizeof(Garbage));
-    if (s.garbage)
-      trie::give<F>(s.sz_ctx, s.garbage,
-                    s.garbage_cap * uint32_t{sizeof(Garbage)});
-    s.garbage = grown;
-    s.garbage_cap = cap;
+  if (s.n_garbage == s.garbage_cap &&
+      !fib::grow_array<F>(s.sz_ctx, s.garbage, s.garbage_cap, s.n_garbage, 256,
+                          nullptr)) {
+    VDS_DIAG(
+        kTrace, F::kModule,
+        "%s: sc_kmalloc(%u) failed, unlinked nodes wait for the next "
+        "compaction\n",
+        F::kOps.publish,
+        (s.garbage_cap ? 2 * s.garbage_cap : 256) * uint32_t{sizeof(Garbage)});
+    return;
   }
   s.garbage[s.n_garbage++] =
       Garbage{at - kLeadWords, node_words(v->pool, at), 0};

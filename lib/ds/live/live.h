@@ -193,28 +193,19 @@ bool valid(const uint32_t *addr, uint32_t len, const char *op) {
 template <class F>
 void room_to_stage(State<F> *t, const char *op) {
   if (t->restage_all || t->n_staged < t->staged_cap) return;
-  using Item = typename State<F>::Item;
-  const uint32_t cap = t->staged_cap ? 2 * t->staged_cap : 64;
-  Item *grown = nullptr;
   if (t->n_staged < 4096 + t->record.size() / 32) {
-    grown = static_cast<Item *>(
-        trie::take<F>(t->sz_ctx, cap * uint32_t{sizeof(Item)}));
-    if (!grown)
-      VDS_DIAG(kTrace, F::kModule,
-               "%s: sc_kmalloc(%u) failed, the next publish compiles the "
-               "whole table\n",
-               op, cap * uint32_t{sizeof(Item)});
+    if (fib::grow_array<F>(t->sz_ctx, t->staged, t->staged_cap, t->n_staged, 64,
+                           nullptr))
+      return;
+    VDS_DIAG(kTrace, F::kModule,
+             "%s: sc_kmalloc(%u) failed, the next publish compiles the "
+             "whole table\n",
+             op,
+             (t->staged_cap ? 2 * t->staged_cap : 64) *
+                 uint32_t{sizeof(typename State<F>::Item)});
   }
-  if (!grown) {
-    t->restage_all = true;
-    t->n_staged = 0;
-    return;
-  }
-  if (t->n_staged) memcpy(grown, t->staged, t->n_staged * sizeof(Item));
-  if (t->staged)
-    trie::give<F>(t->sz_ctx, t->staged, t->staged_cap * uint32_t{sizeof(Item)});
-  t->staged = grown;
-  t->staged_cap = cap;
+  t->restage_all = true;
+  t->n_staged = 0;
 }
 
 template <class F>
@@ -241,9 +232,8 @@ int remove(State<F> *t, const uint32_t *addr, uint32_t len) {
   typename State<F>::Item it{};
   memcpy(it.addr, addr, sizeof it.addr);
   it.len = len;
-  if (!t->record.find(it)) return 1;
+  if (!t->record.erase(it)) return 1;
   room_to_stage(t, F::kOps.remove);
-  t->record.erase(it);
   note_staged(t, it);
   return 0;
 }

@@ -206,16 +206,9 @@ class Record {
   // Inserts an empty chunk at directory index i, growing the directory
   // first; nothing changes when a block cannot be taken.
   bool add_chunk(uint32_t i, const char *op) {
-    if (n_chunks_ == cap_) {
-      uint32_t cap = cap_ ? 2 * cap_ : 16;
-      auto *dir = static_cast<Slot *>(
-          fib::take_array<F>(ctx_, cap, uint32_t{sizeof(Slot)}, op));
-      if (!dir) return false;
-      if (n_chunks_) memcpy(dir, dir_, n_chunks_ * sizeof(Slot));
-      if (dir_) trie::give<F>(ctx_, dir_, cap_ * uint32_t{sizeof(Slot)});
-      dir_ = dir;
-      cap_ = cap;
-    }
+    if (n_chunks_ == cap_ &&
+        !fib::grow_array<F>(ctx_, dir_, cap_, n_chunks_, 16, op))
+      return false;
     auto *c = static_cast<Chunk *>(
         fib::take_array<F>(ctx_, 1, uint32_t{sizeof(Chunk)}, op));
     if (!c) return false;
