@@ -5,7 +5,6 @@
 #pragma once
 
 #include <stdint.h>
-#include <string.h>
 
 #include "fib/blocks.h"
 #include "fib/node_writer.h"
@@ -46,17 +45,8 @@ class GrowingPool {
 
   // Moves the used words into a pool of `words` words (none: no pool).
   bool resize(uint64_t words) {
-    uint32_t *moved = nullptr;
-    if (words) {
-      moved = static_cast<uint32_t *>(
-          take_array<S>(t_->sz_ctx, words, sizeof(uint32_t)));
-      if (!moved) return false;
-      if (used_) memcpy(moved, t_->pool, used_ * sizeof(uint32_t));
-    }
-    if (t_->pool) trie::give<S>(t_->sz_ctx, t_->pool, t_->pool_words * 4u);
-    t_->pool = moved;
-    t_->pool_words = static_cast<uint32_t>(words);
-    return true;
+    return resize_array<S>(t_->sz_ctx, t_->pool, t_->pool_words, words, used_,
+                           S::kConstruct);
   }
 
   Table *t_;

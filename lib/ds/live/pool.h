@@ -10,7 +10,6 @@
 #pragma once
 
 #include <stdint.h>
-#include <string.h>
 
 #include "fib/blocks.h"
 #include "live/version.h"
@@ -59,14 +58,8 @@ class Pool {
   // when it cannot be taken, the pool then as it was. A block's bytes fit
   // 32 bits, so node positions stay below kNode and a root word holds them.
   bool resize(uint64_t words) {
-    auto *moved =
-        static_cast<uint32_t *>(fib::take_array<F>(ctx_, words, 4u, op_));
-    if (!moved) return false;
-    if (v_->used) memcpy(moved, v_->pool, v_->used * sizeof(uint32_t));
-    if (v_->pool) trie::give<F>(ctx_, v_->pool, v_->pool_words * 4u);
-    v_->pool = moved;
-    v_->pool_words = static_cast<uint32_t>(words);
-    return true;
+    return fib::resize_array<F>(ctx_, v_->pool, v_->pool_words, words, v_->used,
+                                op_);
   }
 
  private:
