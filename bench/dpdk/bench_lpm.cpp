@@ -6,16 +6,18 @@
 // another; --nested FILE for another), the real address-to-ASN table of both
 // families (the embedded one, or the tables given; its ranges split into
 // disjoint prefixes) and 1M synthetic IPv4 prefixes whose lengths follow a
-// global routing table's mix. Every key's answer is compared between the
-// libraries. Progress goes to stderr when it is a terminal; --json FILE
-// also writes every figure as one JSON document.
+// global routing table's mix (--synthetic N,N,... for tables of those sizes,
+// 0 for none). Every key's answer is compared between the libraries.
+// Progress goes to stderr when it is a terminal; --json FILE also writes
+// every figure as one JSON document.
 //
 // Each library is measured on two key sets: keys drawn uniformly over the
 // address space and keys inside the table's prefixes. With --threads N the
 // lookups run on N threads at once over the same read-only tables.
 //
-//   bench_lpm [--keys N] [--synthetic N] [--threads N] [--nested FILE]
-//             [--json FILE] [TABLE...]
+//   bench_lpm [--keys N] [--synthetic N[,N...]] [--threads N]
+//             [--nested FILE] [--json FILE] [TABLE...]
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -221,6 +223,21 @@ std::vector<vell::trie4_family::entry> synthetic4(size_t n) {
   return out;
 }
 
+// A comma-separated list of table sizes into `out`; false for text that is
+// not one.
+bool parse_sizes(const char *text, std::vector<size_t> &out) {
+  out.clear();
+  for (const char *p = text;; ++p) {
+    char *end;
+    errno = 0;
+    unsigned long long n = strtoull(p, &end, 10);
+    if (end == p || errno || (*end && *end != ',')) return false;
+    out.push_back(static_cast<size_t>(n));
+    if (!*end) return true;
+    p = end;
+  }
+}
+
 // Every case's figures as one JSON document, for plots and comparisons
 // across runs.
 bool write_json(const std::string &path, size_t n_keys, unsigned threads) {
@@ -250,7 +267,7 @@ bool write_json(const std::string &path, size_t n_keys, unsigned threads) {
 }  // namespace
 
 int main(int argc, char **argv) {
-  size_t n_synthetic = 1000000;
+  std::vector<size_t> n_synthetic = {1000000};
   unsigned threads = 1;
   Args a;
   a.nested = VELL_NESTED_TABLE;
@@ -258,13 +275,13 @@ int main(int argc, char **argv) {
         if (opt == "--threads")
           threads = static_cast<unsigned>(strtoul(v, nullptr, 10));
         else if (opt == "--synthetic")
-          n_synthetic = strtoull(v, nullptr, 10);
+          return parse_sizes(v, n_synthetic);
         else
           return false;
         return true;
       })) {
     fprintf(stderr,
-            "usage: bench_lpm [--keys N] [--synthetic N] [--threads N] "
+            "usage: bench_lpm [--keys N] [--synthetic N[,N...]] [--threads N] "
             "[--nested FILE] [--json FILE] [TABLE...]\n");
     return 2;
   }
@@ -283,10 +300,10 @@ int main(int argc, char **argv) {
   if (!table.v4.empty())
     run_case<vell::trie4_family>("IPv4, real address-to-ASN table", table.v4,
                                  n_keys, threads, peer_ready);
-  if (n_synthetic)
-    run_case<vell::trie4_family>("IPv4, synthetic table",
-                                 synthetic4(n_synthetic), n_keys, threads,
-                                 peer_ready);
+  for (size_t n : n_synthetic)
+    if (n)
+      run_case<vell::trie4_family>("IPv4, synthetic table", synthetic4(n),
+                                   n_keys, threads, peer_ready);
   if (!table.v6.empty())
     run_case<vell::trie6_family>("IPv6, real address-to-ASN table", table.v6,
                                  n_keys, threads, peer_ready);
