@@ -95,7 +95,7 @@ def check_lookup(tool, path, n):
         want.add((str(addr), str(net) if net else None,
                   table[net] if net else None))
         prefix = ans['prefix'] and str(netaddr.IPNetwork(ans['prefix']))
-        got.add((str(netaddr.IPAddress(ans['address'])), prefix, ans['data']))
+        got.add((str(netaddr.IPAddress(ans['canonical'])), prefix, ans['data']))
     print('lookup: %d of %d addresses matched' %
           (sum(1 for a in answers if a['prefix']), len(answers)))
     if len(answers) != len(addrs):
