@@ -4,7 +4,7 @@
                                       addresses vs. netaddr-parsed prefixes
   oracle.py mrt VELL_LPM DUMP         --list vs. `bgpdump -m`: the same
                                       prefixes, each with the origin AS of
-                                      its first RIB entry
+                                      its first RIB entry that names one
   oracle.py cidr VELL_LPM TABLE N     which of N random addresses a CIDR list
                                       covers vs. `grepcidr`
   oracle.py updates VELL_LPM FILE     the changes an update file holds, per
@@ -17,6 +17,7 @@ import gzip
 import json
 import os
 import random
+import re
 import subprocess
 import sys
 import tempfile
@@ -110,10 +111,12 @@ def check_mrt(tool, path):
     for line in run(['bgpdump', '-m', path]).splitlines():
         f = line.split('|')
         net = netaddr.IPNetwork(f[5])
-        if net in want:
-            continue  # the first RIB entry names the origin
-        last = f[6].split()[-1] if f[6].split() else '0'
-        want[net] = min(int(x) for x in last.strip('{}').split(','))
+        # The first RIB entry whose path names an origin does: not an empty
+        # path, nor confederation segments, printed in () and [].
+        ases = re.sub(r'\([^)]*\)|\[[^]]*\]', ' ', f[6]).split()
+        if net in want or not ases:
+            continue
+        want[net] = min(int(x) for x in ases[-1].strip('{}').split(','))
     got = {}
     for line in run([tool, '-t', path, '--list', '--json']).splitlines():
         item = json.loads(line)

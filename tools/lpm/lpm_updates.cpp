@@ -174,7 +174,9 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
   Cursor nlri = c;
   Attributes a;
   uint32_t origin = 0;
-  if (!split_attributes(attrs, a, why) || !origin_of(a, !as4, origin, why))
+  bool found;  // an update whose path names no origin announces origin 0
+  if (!split_attributes(attrs, a, why) ||
+      !origin_of(a, !as4, origin, found, why))
     return false;
   // Withdrawals before announcements, as the message orders them.
   auto prefixes = [&](Cursor &list, Family f, RouteChange::Kind k) {
