@@ -185,6 +185,9 @@ int replay_main(const Options &o, Table &table,
   }
   if (!table.nexthops.empty())
     fail("--updates follows origin ASes; a route table has none");
+  if (!table.labels.empty())
+    fail(
+        "--updates follows origin ASes; a table whose data are texts has none");
   keep_first_of_duplicates<vell::trie4_family>(table.v4);
   keep_first_of_duplicates<vell::trie6_family>(table.v6);
   for (const auto &e : table.v4)
