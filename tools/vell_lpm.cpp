@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -35,11 +36,20 @@ const char kUsage[] =
     "  -t, --table FILE      read a table ('-' for stdin); repeatable; gzip\n"
     "                        or bzip2 data is unpacked. Formats, told by\n"
     "                        content: lines 'ADDRESS[/LEN] [DATA]' (CIDR\n"
-    "                        lists, PREFIX<TAB>ASN) or 'START,END,NUMBER'\n"
-    "                        with '#' and ';' comments; 'ip route' text or\n"
-    "                        'ip -j route' JSON (answers name the next hop);\n"
-    "                        MRT RIB dumps (data: the origin AS). Without -t\n"
-    "                        (and --updates) the embedded table is read.\n"
+    "                        lists, PREFIX<TAB>ASN; DATA defaults to the\n"
+    "                        line's position among its family's prefixes,\n"
+    "                        counted from 1, repeated prefixes included) or\n"
+    "                        'START,END,DATA' (ends as addresses or decimal\n"
+    "                        integers; DATA a number, or a text such as a\n"
+    "                        country code, printed back in answers), with\n"
+    "                        '#' and ';' comments; a JSON array of CIDR\n"
+    "                        strings; 'ip route' text or 'ip -j route' JSON\n"
+    "                        (answers name the next hop); MRT RIB dumps\n"
+    "                        (data: the origin AS). Without -t (and\n"
+    "                        --updates) the embedded table is read.\n"
+    "      --mask-host-bits  clear the bits past a prefix's length\n"
+    "                        ('10.1.2.3/8' reads as 10.0.0.0/8) and count\n"
+    "                        them, instead of refusing the table\n"
     "      --updates FILE    replay an MRT update file (BGP4MP; '-' for\n"
     "                        stdin; gzip or bzip2 unpacked) after the tables;\n"
     "                        repeatable, in time order. Routes are kept per\n"
@@ -52,13 +62,13 @@ const char kUsage[] =
     "                        published once per second of the stream.\n"
     "      --at TIME         end the replay at TIME (UNIX seconds or\n"
     "                        2026-11-25T10:00:00Z): answers as of then\n"
-    "      --format NAME     read every table as auto (the default), table,\n"
-    "                        ip-route, ip-route-json or mrt\n"
+    "      --format NAME     read every table in format NAME (see below;\n"
+    "                        auto, the default, tells each by its content)\n"
     "      --fill PCT        node fill factor, 1 to 100 (default 50)\n"
-    "      --root-branch N[,M]  least branch of the IPv4 root, and of the\n"
-    "                        IPv6 root (at most 15); by default each root\n"
-    "                        gets about one slot per four prefixes, at most\n"
-    "                        2^16\n"
+    "      --root-branch N[,M]  least branch of the IPv4 root (at most 20),\n"
+    "                        and of the IPv6 root (at most 15); by default\n"
+    "                        each root gets about one slot per four\n"
+    "                        prefixes, at most 2^16\n"
     "      --stats           print each trie's statistics report (with\n"
     "                        --updates: the replay's, on stdout)\n"
     "      --print           dump each trie (with --updates: each change "
@@ -85,6 +95,11 @@ const char kUsage[] =
   exit(1);
 }
 
+[[noreturn]] void write_failed() {
+  if (errno == EPIPE) _exit(0);  // nothing left to flush to a closed pipe
+  fail(std::string("cannot write the answers: ") + strerror(errno));
+}
+
 uint64_t number_arg(const char *opt, const char *text, uint64_t lo,
                     uint64_t hi) {
   char *end;
@@ -106,6 +121,7 @@ Options parse_options(int argc, char **argv) {
     };
     if (a == "-h" || a == "--help") {
       fputs(kUsage, stdout);
+      printf("Formats: %s.\n", format_names().c_str());
       exit(0);
     } else if (a == "--version") {
       puts("vell-lpm (vell-ds) " VELL_DS_VERSION_STRING);
@@ -138,14 +154,13 @@ Options parse_options(int argc, char **argv) {
     } else if (a == "--format") {
       const char *name = value();
       if (!format_named(name, o.format))
-        fail(
-            "--format: expected auto, table, ip-route, ip-route-json or "
-            "mrt, got " +
-            quoted(name));
+        fail("--format: expected " + format_names() + ", got " + quoted(name));
     } else if (a == "--origin") {
       o.by_origin = true;
       o.origin =
           static_cast<uint32_t>(number_arg("--origin", value(), 0, UINT32_MAX));
+    } else if (a == "--mask-host-bits") {
+      o.mask_host_bits = true;
     } else if (a == "--json") {
       o.json = true;
     } else if (a == "--stats") {
@@ -194,6 +209,7 @@ std::string take_library_diagnostics() {
 
 Table load_tables(const Options &o) {
   Table table;
+  table.mask_host_bits = o.mask_host_bits;
   std::string error;
   std::vector<std::string> warnings;
   for (const std::string &path : o.tables) {
@@ -218,77 +234,46 @@ Table load_tables(const Options &o) {
   return table;
 }
 
-int for_each_stdin_query(const Options &o,
-                         const std::function<void(const Query &)> &lookup) {
-  int status = 0;
-  if (o.from_stdin) {
-    std::string line;
-    unsigned long n = 0;
-    for (int c = 0; c != EOF;) {
-      line.clear();
-      while ((c = getchar()) != EOF && c != '\n') line += static_cast<char>(c);
-      ++n;
-      std::string_view text = trim(line);
-      Query q;
-      if (text.empty()) continue;
-      if (text.find('\0') == std::string_view::npos &&
-          parse_query(text, q.family, q.addr)) {
-        lookup(q);
-      } else {
-        fflush(stdout);
-        fprintf(stderr, "vell-lpm: <stdin>:%lu: bad address %s\n", n,
-                quoted(text).c_str());
-        status = 1;
-      }
-    }
-  }
-  return status;
-}
-
 }  // namespace vell_lpm
 
 using namespace vell_lpm;
 
 int main(int argc, char **argv) {
-  // A reader that closes the pipe early (head, a script) ends the tool
-  // quietly even when the parent left SIGPIPE ignored; other write errors
-  // are reported at the end.
-  signal(SIGPIPE, SIG_DFL);
+  // A reader that closes the pipe early (head, a script) has all it wants:
+  // the write fails with EPIPE, and the tool ends with status 0.
+  signal(SIGPIPE, SIG_IGN);
   Options o = parse_options(argc, argv);
   sc_host_set_diag_handler(on_library_diagnostic);
-  std::vector<Query> queries;
-  for (const std::string &a : o.addresses) {
-    Query q;
-    if (!parse_query(a, q.family, q.addr)) fail("bad address " + quoted(a));
-    queries.push_back(q);
-  }
+  std::vector<Query> queries = command_line_queries(o);
+  int status = 0;
   if (!o.updates.empty()) {
     Table table;  // the replay reads the tables itself
-    return replay_main(o, table, queries);
-  }
-  Table table = load_tables(o);
-  Words words{table, o.json};
-  FamilyTrie<vell::trie4_family> v4(table.v4, o, words);
-  FamilyTrie<vell::trie6_family> v6(table.v6, o, words);
-  v4.status();
-  v6.status();
-  if (o.json && (o.stats || o.bench)) json_report(o, v4, v6);
-  v4.report(o);
-  v6.report(o);
+    table.mask_host_bits = o.mask_host_bits;
+    status = replay_main(o, table, queries);
+  } else {
+    Table table = load_tables(o);
+    Words words{table, o.json};
+    FamilyTrie<vell::trie4_family> v4(table.v4, o, words);
+    FamilyTrie<vell::trie6_family> v6(table.v6, o, words);
+    v4.status();
+    v6.status();
+    if (o.json && (o.stats || o.bench)) json_report(o, v4, v6);
+    v4.report(o);
+    v6.report(o);
 
-  auto lookup = [&](const Query &q) {
-    if (q.family == Family::v4)
-      v4.lookup(q.addr);
-    else
-      v6.lookup(q.addr);
-  };
-  for (const Query &q : queries) lookup(q);
-  int status = for_each_stdin_query(o, lookup);
-  if (o.bench && !o.json) {
-    fputs(v4.bench(o.bench, false).c_str(), stdout);
-    fputs(v6.bench(o.bench, false).c_str(), stdout);
+    Find find = [&](Family f, const Addr &addr, std::string &prefix,
+                    uint32_t &data) {
+      return f == Family::v4 ? v4.find(addr, prefix, data)
+                             : v6.find(addr, prefix, data);
+    };
+    auto lookup = [&](const Query &q) { put_line(answer(words, q, find)); };
+    for (const Query &q : queries) lookup(q);
+    status = for_each_stdin_query(o, lookup);
+    if (o.bench && !o.json) {
+      fputs(v4.bench(o.bench, false).c_str(), stdout);
+      fputs(v6.bench(o.bench, false).c_str(), stdout);
+    }
   }
-  if (fflush(stdout) != 0 || ferror(stdout))
-    fail(std::string("cannot write the answers: ") + strerror(errno));
+  if (fflush(stdout) != 0 || ferror(stdout)) write_failed();
   return status;
 }

@@ -16,26 +16,30 @@
 #include "lpm_text.h"
 #include "lpm_trie.h"
 #include "lpm_words.h"
+#include "vell/handle.hpp"
 #include "vell_lpm_options.h"
 
 namespace vell_lpm {
 
 using namespace lpm;
 
+// Writes one line to stdout; a failed write ends the tool (write_failed).
 inline void put_line(const std::string &line) {
-  fwrite(line.data(), 1, line.size(), stdout);
-  putchar('\n');
+  if (fwrite(line.data(), 1, line.size(), stdout) != line.size() ||
+      putchar('\n') == EOF)
+    write_failed();
 }
 
 // One family's trie and the forwarding table compiled from it, which
-// answers the lookups, with what the tool knows beside them.
+// answers the lookups, with what the tool knows beside them. It owns both
+// and is move-only.
 template <typename F>
 struct FamilyTrie {
   static constexpr Family family = family_of<F>;
   const std::vector<typename F::entry> &entries;
   const Words &words;
-  typename F::trie *trie = nullptr;
-  typename F::fib *fib = nullptr;
+  vell::handle<typename F::trie, F::destruct> trie;
+  vell::handle<typename F::fib, F::fib_destruct> fib;
   uint32_t miss = 0;  // the fib's answer where no prefix matches
   double build_seconds = 0, fib_seconds = 0;
   PrefixIndex index;
@@ -54,9 +58,9 @@ struct FamilyTrie {
       fail("the IPv6 trie takes at most " + std::to_string(F::max_entries) +
            " prefixes; the tables hold " + std::to_string(e.size()));
     double t0 = now_seconds();
-    trie = F::construct(
+    trie = decltype(trie)(F::construct(
         nullptr, e.data(), static_cast<uint32_t>(e.size()), o.fill,
-        root_branch(o.root_branch[family == Family::v6], e.size()));
+        root_branch(o.root_branch[family == Family::v6], e.size())));
     build_seconds = now_seconds() - t0;
     if (!trie)
       fail("cannot build the " + std::string(family_name(family)) +
@@ -64,16 +68,12 @@ struct FamilyTrie {
            " prefixes; the library reports: " + take_library_diagnostics());
     miss = unused_word(e);
     t0 = now_seconds();
-    fib = F::fib_construct(nullptr, trie, miss);
+    fib = decltype(fib)(F::fib_construct(nullptr, trie.get(), miss));
     fib_seconds = now_seconds() - t0;
     if (!fib)
       fail("cannot compile the " + std::string(family_name(family)) +
            " forwarding table; the library reports: " +
            take_library_diagnostics());
-  }
-  ~FamilyTrie() {
-    F::fib_destruct(fib);
-    F::destruct(trie);
   }
 
   // A data word no entry holds, so that a miss never reads as a stored
@@ -120,8 +120,9 @@ struct FamilyTrie {
     fprintf(stderr,
             "vell-lpm: %s: %zu prefixes, trie built in %.1f ms, %u bytes; "
             "forwarding table compiled in %.1f ms, %u bytes\n",
-            name, entries.size(), build_seconds * 1e3, F::memory_usage(trie),
-            fib_seconds * 1e3, F::fib_memory_usage(fib));
+            name, entries.size(), build_seconds * 1e3,
+            F::memory_usage(trie.get()), fib_seconds * 1e3,
+            F::fib_memory_usage(fib.get()));
     if (duplicates)
       fprintf(stderr,
               "vell-lpm: %s: %zu repeated prefixes ignored (the first line "
@@ -134,16 +135,17 @@ struct FamilyTrie {
     return std::string("{\"prefixes\": ") + std::to_string(entries.size()) +
            ", \"duplicates\": " + std::to_string(duplicates) +
            ", \"build_ms\": " + std::to_string(build_seconds * 1e3) +
-           ", \"bytes\": " + std::to_string(trie ? F::memory_usage(trie) : 0) +
+           ", \"bytes\": " +
+           std::to_string(trie ? F::memory_usage(trie.get()) : 0) +
            ", \"fib_build_ms\": " + std::to_string(fib_seconds * 1e3) +
            ", \"fib_bytes\": " +
-           std::to_string(fib ? F::fib_memory_usage(fib) : 0) + "}";
+           std::to_string(fib ? F::fib_memory_usage(fib.get()) : 0) + "}";
   }
 
   void report(const Options &o) {
     if (!trie) return;
-    if (o.stats && !o.json) F::print_stats(trie);
-    if (o.print) F::print(trie);
+    if (o.stats && !o.json) F::print_stats(trie.get());
+    if (o.print) F::print(trie.get());
     if (o.list || o.by_origin) list(o);
     fflush(stdout);
   }
@@ -158,8 +160,8 @@ struct FamilyTrie {
       auto operator<=>(const Item &) const = default;
     };
     std::vector<Item> items;
-    bool ok =
-        for_each_item<F>(trie, [&](const Addr &a, unsigned len, uint32_t data) {
+    bool ok = for_each_item<F>(
+        trie.get(), [&](const Addr &a, unsigned len, uint32_t data) {
           if (o.list || data == o.origin)
             items.push_back({mask_to(a, len), len, data});
         });
@@ -173,17 +175,15 @@ struct FamilyTrie {
   }
 
   // Answered by the forwarding table; the index names the matching prefix.
-  void lookup(const Addr &addr) const {
-    uint32_t data = fib ? F::fib_lookup(fib, F::word_key(addr.w)) : miss;
+  bool find(const Addr &addr, std::string &prefix, uint32_t &data) const {
+    data = fib ? F::fib_lookup(fib.get(), F::word_key(addr.w)) : miss;
     Prefix match;
-    std::string prefix;
     bool hit = data != miss;
     if (hit != index.longest(addr, match))
       fail("the forwarding table and the prefix index disagree on " +
            format_addr(family, addr));
     if (hit) prefix = prefix_text(match.addr, match.len);
-    put_line(
-        words.answer(format_addr(family, addr), hit ? &prefix : nullptr, data));
+    return hit;
   }
 
   // Times n lookups of the trie and of the forwarding table, single and in
@@ -212,25 +212,27 @@ struct FamilyTrie {
       return Rates{nd / (t1 - t0) / 1e6, nd / (t2 - t1) / 1e6};
     };
     for (uint64_t i = 0; i < n; ++i)
-      want[i] = F::lpmatch(trie, F::c_key(keys[i]));
-    Rates t = time([&](const auto &k) { return F::lpmatch(trie, F::c_key(k)); },
-                   [&](const auto *k, uint32_t *d, uint32_t m) {
-                     F::lpmatch_bulk(trie, F::c_keys(k), d, m);
-                   });
+      want[i] = F::lpmatch(trie.get(), F::c_key(keys[i]));
+    Rates t =
+        time([&](const auto &k) { return F::lpmatch(trie.get(), F::c_key(k)); },
+             [&](const auto *k, uint32_t *d, uint32_t m) {
+               F::lpmatch_bulk(trie.get(), F::c_keys(k), d, m);
+             });
     for (uint64_t i = 0; i < n; ++i) {
-      want[i] = F::fib_lookup(fib, F::c_key(keys[i]));
+      want[i] = F::fib_lookup(fib.get(), F::c_key(keys[i]));
       hits += want[i] != miss;
       differ += (want[i] == miss ? 0 : want[i]) != single[i];
     }
-    Rates f =
-        time([&](const auto &k) { return F::fib_lookup(fib, F::c_key(k)); },
-             [&](const auto *k, uint32_t *d, uint32_t m) {
-               F::fib_lookup_bulk(fib, F::c_keys(k), d, m);
-             });
+    Rates f = time(
+        [&](const auto &k) { return F::fib_lookup(fib.get(), F::c_key(k)); },
+        [&](const auto *k, uint32_t *d, uint32_t m) {
+          F::fib_lookup_bulk(fib.get(), F::c_keys(k), d, m);
+        });
     if (differ) fail(std::to_string(differ) + " lookup results differ");
     double nd = static_cast<double>(n),
            np = static_cast<double>(entries.size());
-    double tm = F::memory_usage(trie), fm = F::fib_memory_usage(fib);
+    double tm = F::memory_usage(trie.get()),
+           fm = F::fib_memory_usage(fib.get());
     double matched = 100.0 * static_cast<double>(hits) / nd;
     char buf[1024];
     if (as_json)

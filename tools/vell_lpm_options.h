@@ -29,6 +29,7 @@ struct Options {
   bool stats = false, print = false, list = false, from_stdin = false,
        json = false;
   bool by_origin = false;
+  bool mask_host_bits = false;
   uint32_t origin = 0;
   uint64_t bench = 0;
   std::vector<std::string> addresses;
@@ -38,6 +39,9 @@ Options parse_options(int argc, char **argv);
 
 // Prints "vell-lpm: MSG" on stderr and exits with status 1.
 [[noreturn]] void fail(const std::string &msg);
+// Ends the tool after a failed write to stdout: with status 0 when the
+// reader closed the pipe (it has all it wants), else as fail() does.
+[[noreturn]] void write_failed();
 // The library's diagnostics since the last call, joined on one line.
 std::string take_library_diagnostics();
 

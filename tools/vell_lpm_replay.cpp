@@ -185,6 +185,9 @@ int replay_main(const Options &o, Table &table,
   }
   if (!table.nexthops.empty())
     fail("--updates follows origin ASes; a route table has none");
+  if (!table.labels.empty())
+    fail(
+        "--updates follows origin ASes; a table whose data are texts has none");
   keep_first_of_duplicates<vell::trie4_family>(table.v4);
   keep_first_of_duplicates<vell::trie6_family>(table.v6);
   for (const auto &e : table.v4)
@@ -277,8 +280,8 @@ int replay_main(const Options &o, Table &table,
   fprintf(stderr,
           "vell-lpm: tables: %zu RIB dump routes of %zu peers, %zu IPv4 and "
           "%zu IPv6 other prefixes; read in %.2f s, published in %.1f ms\n",
-          rib_routes, dump_peers, table.v4.size(), table.v6.size(),
-          base_read_s, base_ms);
+          rib_routes, dump_peers, table.v4.size(), table.v6.size(), base_read_s,
+          base_ms);
   std::string span = n.records ? utc(n.first_time) + " to " + utc(n.last_time)
                                : std::string("no records");
   fprintf(
@@ -381,24 +384,23 @@ int replay_main(const Options &o, Table &table,
       put_line(words.item(
           format_addr(i.family, i.addr) + "/" + std::to_string(i.len), i.data));
   }
-  auto lookup = [&](const Query &q) {
-    uint32_t data =
-        q.family == Family::v4 ? v4.lookup(q.addr) : v6.lookup(q.addr);
+  Find find = [&](Family f, const Addr &addr, std::string &prefix,
+                  uint32_t &data) {
+    data = f == Family::v4 ? v4.lookup(addr) : v6.lookup(addr);
     const uint32_t *answer = nullptr;
-    Prefix4or6 p{q.family, q.addr, width(q.family) + 1};
+    Prefix4or6 p{f, addr, width(f) + 1};
     while (!answer && p.len-- > 0) {
-      p.addr = mask_to(q.addr, p.len);
+      p.addr = mask_to(addr, p.len);
       answer = peers.answer(p);
     }
     if (answer ? *answer != data : data != kMiss)
       fail("the live table and the per-peer table disagree on " +
-           format_addr(q.family, q.addr));
-    std::string prefix =
-        answer ? format_addr(p.family, p.addr) + "/" + std::to_string(p.len)
-               : "";
-    put_line(words.answer(format_addr(q.family, q.addr),
-                          answer ? &prefix : nullptr, data));
+           format_addr(f, addr));
+    if (answer)
+      prefix = format_addr(p.family, p.addr) + "/" + std::to_string(p.len);
+    return answer != nullptr;
   };
+  auto lookup = [&](const Query &q) { put_line(answer(words, q, find)); };
   for (const Query &q : queries) lookup(q);
   return for_each_stdin_query(o, lookup);
 }

@@ -27,12 +27,21 @@ std::string rib(uint16_t subtype, std::initializer_list<uint8_t> prefix_bytes,
   return record(13, subtype, b.b);
 }
 
+// A PEER_INDEX_TABLE of n peers (IPv4 addresses, 2-byte AS numbers).
+std::string peer_index(unsigned n) {
+  Bytes b;
+  b.n(0, 4).n(0, 2).n(n, 2);
+  for (unsigned i = 0; i < n; ++i) b.n(0, 1).n(0, 4).n(i, 4).n(65000 + i, 2);
+  return record(13, 1, b.b);
+}
+
 const uint8_t kSet = 1, kSeq = 2, kConfedSeq = 3;
 
+// Paths that name no origin (empty, confederation only) are passed over;
+// a prefix none of whose entries names one is left out, and counted.
 TEST(Mrt, OriginIsTheLastAsOfTheFirstEntryOrTheLeastOfAFinalSet) {
-  std::string peer_index = record(13, 1, std::string(10, '\1'));
   std::string dump =
-      peer_index +
+      peer_index(2) +
       rib(2, {10}, 8,
           {as_path({{kSeq, 701, 4200000000u}}), as_path({{kSeq, 1, 2}})}) +
       rib(2, {10, 1}, 16, {as_path({{kSeq, 3}, {kSet, 9, 5, 7}})}) +
@@ -40,12 +49,19 @@ TEST(Mrt, OriginIsTheLastAsOfTheFirstEntryOrTheLeastOfAFinalSet) {
       rib(2, {192, 0, 2}, 24, {}) +               // no entries: no route
       rib(3, {224}, 4, {as_path({{kSeq, 1}})}) +  // multicast: skipped
       rib(10, {0x20, 0x01, 0x0d, 0xb8}, 32, {"", as_path({{kSeq, 5}})}, true) +
+      rib(2, {12}, 8, {"", as_path({{kConfedSeq, 65000}})}) +  // left out
+      rib(2, {13}, 8, {as_path({{kSeq, 0}})}) +  // AS 0 is an origin
       record(16, 4, "BGP4MP update, skipped");
   Table t;
   std::string error, warning;
   ASSERT_TRUE(load_mrt(dump, "d", t, error, warning)) << error;
-  EXPECT_EQ(warning, "");
-  ASSERT_EQ(t.v4.size(), 3u);
+  EXPECT_EQ(warning,
+            "d: 1 prefixes left out: no AS path names their origin AS (empty "
+            "or confederation-only paths); 1 multicast or generic RIB records "
+            "skipped: the tables hold unicast routes");
+  ASSERT_EQ(t.v4.size(), 4u);
+  EXPECT_EQ(t.v4[3].addr, 0x0D000000u);
+  EXPECT_EQ(t.v4[3].data, 0u);
   EXPECT_EQ(t.v4[0].addr, 0x0A000000u);
   EXPECT_EQ(t.v4[0].data, 4200000000u);
   EXPECT_EQ(t.v4[1].len, 16u);
@@ -54,7 +70,18 @@ TEST(Mrt, OriginIsTheLastAsOfTheFirstEntryOrTheLeastOfAFinalSet) {
   EXPECT_EQ(t.v4[2].data, 8u);
   ASSERT_EQ(t.v6.size(), 1u);
   EXPECT_EQ(t.v6[0].addr[0], 0x20010db8u);
-  EXPECT_EQ(t.v6[0].data, 0u);  // the first entry's path is empty
+  EXPECT_EQ(t.v6[0].data, 5u);  // the first entry's path is empty
+
+  std::string beyond = rib(2, {11}, 8, {"", "", as_path({{kSeq, 1}})});
+  EXPECT_FALSE(load_mrt(dump + beyond, "d", t, error, warning));
+  EXPECT_EQ(error, "d: byte " + std::to_string(dump.size()) +
+                       ": bad MRT record (type 13, subtype 2): RIB entry "
+                       "names peer 2 of 2");
+  EXPECT_FALSE(
+      load_mrt(record(16, 4, "") + peer_index(1), "d", t, error, warning));
+  EXPECT_EQ(error,
+            "d: no unicast RIB records (TABLE_DUMP or TABLE_DUMP_V2): not a "
+            "RIB dump vell-lpm reads");
 }
 
 TEST(Mrt, OldTableDumpTakesTheFourByteOriginFromAs4Path) {
@@ -90,7 +117,8 @@ TEST(Mrt, ADumpCutShortKeepsItsWholeRecordsAndSaysWhere) {
     EXPECT_EQ(warning,
               "d: dump cut short at byte " + std::to_string(dump.size()) +
                   ", inside the record at byte " + std::to_string(one.size()) +
-                  ": read the 1 whole records before it");
+                  ": read the 1 whole records before it; d: 1 RIB records "
+                  "without a peer index table");
   }
 }
 
@@ -174,6 +202,10 @@ TEST(Mrt, EveryEntryNamesItsPeerFromThePeerIndex) {
   EXPECT_EQ(error,
             "d: byte 0: bad MRT record (type 13, subtype 1): peer index "
             "table runs past its record");
+  EXPECT_FALSE(load_mrt_routes(three, "d", peers, each, error, warning));
+  EXPECT_EQ(error,
+            "d: byte 0: bad MRT record (type 13, subtype 2): RIB entry names "
+            "peer 0, but no peer index table precedes it");
 }
 
 TEST(Mrt, RecognisedByItsHeaderOnly) {

@@ -4,19 +4,25 @@
                                       addresses vs. netaddr-parsed prefixes
   oracle.py mrt VELL_LPM DUMP         --list vs. `bgpdump -m`: the same
                                       prefixes, each with the origin AS of
-                                      its first RIB entry
+                                      its first RIB entry that names one
   oracle.py cidr VELL_LPM TABLE N     which of N random addresses a CIDR list
                                       covers vs. `grepcidr`
+  oracle.py ranges VELL_LPM TABLE N   the text each of N random addresses
+                                      gets from a START,END,TEXT range list
+                                      with decimal ends vs. a search of the
+                                      ranges themselves
   oracle.py updates VELL_LPM FILE     the changes an update file holds, per
                                       peer and second, vs. `bgpdump -m`'s A
                                       and W lines; --list at several moments
                                       vs. those lines applied per peer here
 Exits 1 with the first differences on stderr.
 """
+import bisect
 import gzip
 import json
 import os
 import random
+import re
 import subprocess
 import sys
 import tempfile
@@ -95,7 +101,7 @@ def check_lookup(tool, path, n):
         want.add((str(addr), str(net) if net else None,
                   table[net] if net else None))
         prefix = ans['prefix'] and str(netaddr.IPNetwork(ans['prefix']))
-        got.add((str(netaddr.IPAddress(ans['address'])), prefix, ans['data']))
+        got.add((str(netaddr.IPAddress(ans['canonical'])), prefix, ans['data']))
     print('lookup: %d of %d addresses matched' %
           (sum(1 for a in answers if a['prefix']), len(answers)))
     if len(answers) != len(addrs):
@@ -110,16 +116,57 @@ def check_mrt(tool, path):
     for line in run(['bgpdump', '-m', path]).splitlines():
         f = line.split('|')
         net = netaddr.IPNetwork(f[5])
-        if net in want:
-            continue  # the first RIB entry names the origin
-        last = f[6].split()[-1] if f[6].split() else '0'
-        want[net] = min(int(x) for x in last.strip('{}').split(','))
+        # The first RIB entry whose path names an origin does: not an empty
+        # path, nor confederation segments, printed in () and [].
+        ases = re.sub(r'\([^)]*\)|\[[^]]*\]', ' ', f[6]).split()
+        if net in want or not ases:
+            continue
+        want[net] = min(int(x) for x in ases[-1].strip('{}').split(','))
     got = {}
     for line in run([tool, '-t', path, '--list', '--json']).splitlines():
         item = json.loads(line)
         got[netaddr.IPNetwork(item['prefix'])] = item['data']
     print('mrt: %d prefixes' % len(want))
     return differences('mrt', set(want.items()), set(got.items()))
+
+
+def check_ranges(tool, path, n):
+    # Decimal ends below 2^32 are IPv4, as the tool reads them.
+    ranges = {4: [], 6: []}
+    with gzip.open(path, 'rt') as f:
+        for line in f:
+            first, last, text = line.rstrip('\n').split(',')[:3]
+            first, last = int(first), int(last)
+            ranges[4 if last < 2**32 else 6].append((first, last, text))
+    for table in ranges.values():
+        table.sort()
+    rng = random.Random(3)
+    addrs = []
+    for i in range(n):
+        version = 4 if i % 4 < 2 else 6
+        if i % 2:
+            first, last, _ = rng.choice(ranges[version])
+            value = rng.randint(first, last)
+        else:
+            value = rng.getrandbits(32 if version == 4 else 128)
+        addrs.append(netaddr.IPAddress(value, version))
+    # The narrowest range holding the address answers: a range nested in
+    # another splits into prefixes within the other's (the list has no
+    # ranges that overlap without nesting).
+    want = set()
+    for addr in addrs:
+        table = ranges[addr.version]
+        at = bisect.bisect_right(table, (addr.value, 2**128, ''))
+        holding = [r for r in table[:at] if r[1] >= addr.value]
+        best = min(holding, key=lambda r: r[1] - r[0], default=None)
+        want.add((str(addr), best[2] if best else None))
+    answers = [json.loads(line) for line in
+               run([tool, '-t', path, '--stdin', '--json'],
+                   '\n'.join(str(a) for a in addrs) + '\n').splitlines()]
+    got = {(a['address'], a['label']) for a in answers}
+    print('ranges: %d of %d addresses in a range' %
+          (sum(1 for _, text in want if text), len(addrs)))
+    return differences('ranges', want, got)
 
 
 def check_cidr(tool, path, n):
@@ -129,22 +176,26 @@ def check_cidr(tool, path, n):
         nets, queries = os.path.join(d, 'nets'), os.path.join(d, 'addrs')
         with open(nets, 'w') as f:
             f.write('\n'.join(str(net) for net in table) + '\n')
-        # The tool reads the list gzipped, host routes as bare addresses,
-        # with untidy blanks.
-        with gzip.open(nets + '.gz', 'wt') as f:
-            for net in table:
+        # The tool reads the list gzipped, as a blocklist has it (a
+        # byte-order mark, host routes as bare addresses, untidy blanks, ';'
+        # comments), and as a JSON array of CIDR strings.
+        with gzip.open(nets + '.gz', 'wt', encoding='utf-8-sig') as f:
+            for i, net in enumerate(table):
                 bare = net.prefixlen == (32 if net.version == 4 else 128)
-                f.write(' \t%s  \r\n' % (net.ip if bare else net))
+                f.write(' \t%s  ; SBL%d\r\n' % (net.ip if bare else net, i))
+        with open(nets + '.json', 'w') as f:
+            json.dump([str(net) for net in table], f, indent=1)
         with open(queries, 'w') as f:
             f.write('\n'.join(addrs) + '\n')
         covered = subprocess.run(['grepcidr', '-f', nets, queries],
                                  capture_output=True, text=True).stdout
-        answers = run([tool, '-t', nets + '.gz', '--stdin'],
-                      '\n'.join(addrs) + '\n')
+        got = [{l.split()[0] for l in run([tool, '-t', nets + ext, '--stdin'],
+                                          '\n'.join(addrs) + '\n').splitlines()
+                if l.split()[1] != '-'} for ext in ('.gz', '.json')]
     want = set(covered.split())
-    got = {l.split()[0] for l in answers.splitlines() if l.split()[1] != '-'}
     print('cidr: %d of %d addresses covered' % (len(want), len(addrs)))
-    return differences('cidr', want, got)
+    return (differences('cidr', want, got[0]) +
+            differences('cidr json', want, got[1]))
 
 
 def origin_of(path):
@@ -229,6 +280,8 @@ def main():
         bad = check_mrt(tool, path)
     elif mode == 'updates':
         bad = check_updates(tool, path)
+    elif mode == 'ranges':
+        bad = check_ranges(tool, path, int(sys.argv[4]))
     else:
         bad = check_cidr(tool, path, int(sys.argv[4]))
     sys.exit(1 if bad else 0)

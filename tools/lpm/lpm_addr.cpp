@@ -1,21 +1,34 @@
 #include "lpm_addr.h"
 
-#include <arpa/inet.h>
+#include "vell/addr.hpp"
 
 namespace lpm {
+namespace {
+
+// The tool's four-word Addr and the C++ layer's address of each family hold
+// the same words, most significant first; these move them across.
+vell::ipv4_addr to_v4(const Addr &a) { return vell::ipv4_addr(a.w[0]); }
+vell::ipv6_addr to_v6(const Addr &a) { return vell::ipv6_addr(a.w); }
+
+template <unsigned Words>
+Addr from(const vell::basic_addr<Words> &a) {
+  Addr out;
+  for (unsigned i = 0; i < Words; ++i) out.w[i] = a.words()[i];
+  return out;
+}
+
+}  // namespace
 
 bool parse_addr(std::string_view text, Family &family, Addr &addr) {
-  char buf[INET6_ADDRSTRLEN];
-  if (text.empty() || text.size() >= sizeof buf) return false;
-  text.copy(buf, text.size());
-  buf[text.size()] = '\0';
-  unsigned char bytes[16];
-  int af = text.find(':') == std::string_view::npos ? AF_INET : AF_INET6;
-  if (inet_pton(af, buf, bytes) != 1) return false;
-  family = af == AF_INET ? Family::v4 : Family::v6;
-  addr = Addr{};
-  for (unsigned i = 0; i < (af == AF_INET ? 4u : 16u); ++i)
-    addr.w[i / 4] |= uint32_t{bytes[i]} << (24 - 8 * (i % 4));
+  if (text.find(':') == std::string_view::npos) {
+    std::optional<vell::ipv4_addr> a = vell::ipv4_addr::parse(text);
+    if (!a) return false;
+    family = Family::v4, addr = from(*a);
+  } else {
+    std::optional<vell::ipv6_addr> a = vell::ipv6_addr::parse(text);
+    if (!a) return false;
+    family = Family::v6, addr = from(*a);
+  }
   return true;
 }
 
@@ -40,24 +53,13 @@ bool parse_query(std::string_view text, Family &family, Addr &addr) {
 }
 
 std::string format_addr(Family family, const Addr &addr) {
-  unsigned char bytes[16];
-  for (unsigned i = 0; i < 16; ++i)
-    bytes[i] = static_cast<unsigned char>(addr.w[i / 4] >> (24 - 8 * (i % 4)));
-  char buf[INET6_ADDRSTRLEN];
-  inet_ntop(family == Family::v4 ? AF_INET : AF_INET6, bytes, buf, sizeof buf);
-  return buf;
+  return std::string(family == Family::v4 ? to_v4(addr).text()
+                                          : to_v6(addr).text());
 }
 
 Addr mask_to(const Addr &a, unsigned len) {
-  Addr m;
-  for (unsigned i = 0; i < 4; ++i) {
-    unsigned start = 32 * i;
-    if (len >= start + 32)
-      m.w[i] = a.w[i];
-    else if (len > start)
-      m.w[i] = a.w[i] & ~(~0u >> (len - start));
-  }
-  return m;
+  // An IPv4 Addr leaves words 1 to 3 zero, so the IPv6 mask serves both.
+  return from(to_v6(a).masked(len));
 }
 
 }  // namespace lpm

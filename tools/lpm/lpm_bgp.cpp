@@ -14,12 +14,13 @@ enum : uint8_t {
 };
 enum : uint8_t { kAsSet = 1, kAsConfedSeq = 3, kAsConfedSet = 4 };
 
-// The origin of an AS_PATH value whose AS numbers are `as_bytes` wide, and
-// its length as path selection counts it (a set counts one, confederation
-// segments nothing).
-bool walk_path(Cursor path, unsigned as_bytes, uint32_t &origin,
+// The origin of an AS_PATH value whose AS numbers are `as_bytes` wide
+// (`found` false when no AS_SEQUENCE or AS_SET names one), and its length
+// as path selection counts it (a set counts one, confederation segments
+// nothing).
+bool walk_path(Cursor path, unsigned as_bytes, uint32_t &origin, bool &found,
                unsigned &length, std::string &why) {
-  origin = 0, length = 0;
+  origin = 0, length = 0, found = false;
   while (path.left()) {
     uint8_t type = static_cast<uint8_t>(path.get(1));
     uint8_t count = static_cast<uint8_t>(path.get(1));
@@ -37,9 +38,13 @@ bool walk_path(Cursor path, unsigned as_bytes, uint32_t &origin,
       return false;
     }
     if (type < kAsConfedSeq) length += type == kAsSet ? 1 : count;
-    // Confederation segments precede the path proper; the last segment
-    // names the origin.
-    if (count) origin = type == kAsSet || type == kAsConfedSet ? least : last;
+    // Confederation segments precede the path proper and name members of
+    // the local confederation, never an origin; the last segment of the
+    // path proper names the origin.
+    if (count && type < kAsConfedSeq) {
+      origin = type == kAsSet ? least : last;
+      found = true;
+    }
   }
   return true;
 }
@@ -70,14 +75,15 @@ bool split_attributes(Cursor attrs, Attributes &out, std::string &why) {
 }
 
 bool origin_of(const Attributes &a, bool two_byte_as, uint32_t &origin,
-               std::string &why) {
+               bool &found, std::string &why) {
   unsigned length, length4;
-  if (!walk_path(a.as_path, two_byte_as ? 2 : 4, origin, length, why))
+  if (!walk_path(a.as_path, two_byte_as ? 2 : 4, origin, found, length, why))
     return false;
   if (!two_byte_as || !a.has_as4_path) return true;
   uint32_t origin4;
-  if (!walk_path(a.as4_path, 4, origin4, length4, why)) return false;
-  if (length4 && length4 <= length) origin = origin4;
+  bool found4;
+  if (!walk_path(a.as4_path, 4, origin4, found4, length4, why)) return false;
+  if (found4 && length4 <= length) origin = origin4, found = true;
   return true;
 }
 

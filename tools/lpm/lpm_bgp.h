@@ -64,11 +64,12 @@ struct Attributes {
 bool split_attributes(Cursor attrs, Attributes &out, std::string &why);
 
 // The origin AS: the last AS of the path, or the least member of a final
-// AS_SET; 0 for an empty path. With 2-byte AS numbers an AS4_PATH stands
-// for the path's tail, as long as it is no longer than AS_PATH (a longer
-// one is ignored, as a speaker that merges the two must).
+// AS_SET. An empty path, or one of confederation segments only, names no
+// origin: `found` is false and `origin` 0. With 2-byte AS numbers an
+// AS4_PATH stands for the path's tail, as long as it is no longer than
+// AS_PATH (a longer one is ignored, as a speaker that merges the two must).
 bool origin_of(const Attributes &a, bool two_byte_as, uint32_t &origin,
-               std::string &why);
+               bool &found, std::string &why);
 
 // A stored prefix is no longer than its family's width and has no bits set
 // beyond its length.

@@ -11,11 +11,13 @@
 
 namespace lpm {
 
-enum class Format { automatic, table, ip_route, ip_route_json, mrt };
+enum class Format { automatic, table, cidr_json, ip_route, ip_route_json, mrt };
 
-// The format named NAME ("auto", "table", "ip-route", "ip-route-json",
-// "mrt"); false for any other name.
+// The format named NAME ("auto", "table", "cidr-json", "ip-route",
+// "ip-route-json", "mrt"); false for any other name.
 bool format_named(std::string_view name, Format &f);
+// Every format's name, as a list in words: "auto, table, ... or mrt".
+std::string format_names();
 // The format of `bytes`, from its first bytes and first line.
 Format detect_format(std::string_view bytes);
 const char *format_name(Format f);

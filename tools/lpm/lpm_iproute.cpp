@@ -145,12 +145,6 @@ bool parse_route_line(std::string_view line, unsigned long lineno,
   return true;
 }
 
-unsigned long line_of(std::string_view bytes, size_t offset) {
-  offset = std::min(offset, bytes.size());
-  return 1 + static_cast<unsigned long>(
-                 std::count(bytes.begin(), bytes.begin() + offset, '\n'));
-}
-
 bool route_of_json(const Json &o, Route &r, std::string &why) {
   if (o.kind != Json::Kind::object) {
     why = "a route is a JSON object";

@@ -11,23 +11,39 @@ namespace lpm {
 namespace {
 
 enum : uint16_t { kTableDump = 12, kTableDumpV2 = 13 };
-enum : uint16_t {  // TABLE_DUMP_V2 subtypes read here
+enum : uint16_t {  // TABLE_DUMP_V2 subtypes
   kPeerIndexTable = 1,
   kRibIpv4Unicast = 2,
+  kRibIpv4Multicast = 3,
   kRibIpv6Unicast = 4,
+  kRibIpv6Multicast = 5,
+  kRibGeneric = 6,
+  kRibGenericAddPath = 7,
   kRibIpv4UnicastAddPath = 8,
+  kRibIpv4MulticastAddPath = 9,
   kRibIpv6UnicastAddPath = 10,
+  kRibIpv6MulticastAddPath = 11,
 };
 
-// A RIB_IPV4_UNICAST / RIB_IPV6_UNICAST record, or its ADD-PATH form: its
-// first entry's route into the table, or with `each` every entry's route.
-bool read_rib(Cursor c, Family f, bool add_path, Table &t, std::string &why,
-              const std::function<void(const RibRoute &)> *each = nullptr,
-              size_t peers = 0) {
+// What a dump is read into, and what it held besides the routes read.
+struct Dump {
+  std::vector<RibPeer> &peers;
+  const std::function<void(const RibRoute &)> &each;
+  bool first_only;  // each prefix's first entry with an origin, not all
+  bool has_index = false;
+  uint64_t ribs = 0, no_origin = 0, unindexed = 0, other_ribs = 0;
+};
+
+// A RIB_IPV4_UNICAST / RIB_IPV6_UNICAST record, or its ADD-PATH form. An
+// entry whose path names no origin AS is left out; in first-only mode a
+// prefix none of whose entries names one is left out and counted.
+bool read_rib(Cursor c, Family f, bool add_path, Dump &d, std::string &why) {
+  ++d.ribs;
   c.skip(4);  // sequence number
   RibRoute r{0, 0, f, Addr(), 0, 0};
   if (!read_prefix(c, f, r.addr, r.len, why)) return false;
-  uint32_t entries = c.get(2), first_origin = 0;
+  uint32_t entries = c.get(2);
+  bool emitted = false;
   for (uint32_t i = 0; i < entries; ++i) {
     r.peer = c.get(2);
     c.skip(4);  // time
@@ -38,25 +54,35 @@ bool read_rib(Cursor c, Family f, bool add_path, Table &t, std::string &why,
             std::to_string(entries) + " runs past the record's end";
       return false;
     }
-    if (i && !each) continue;
-    Attributes a;
-    if (!split_attributes(attrs, a, why) || !origin_of(a, false, r.origin, why))
-      return false;
-    if (!each) {
-      first_origin = r.origin;
-    } else if (r.peer >= peers) {
+    if (d.has_index && r.peer >= d.peers.size()) {
       why = "RIB entry names peer " + std::to_string(r.peer) + " of " +
-            std::to_string(peers);
+            std::to_string(d.peers.size());
       return false;
-    } else {
-      (*each)(r);
     }
+    if (!d.has_index && !d.first_only) {
+      why = "RIB entry names peer " + std::to_string(r.peer) +
+            ", but no peer index table precedes it";
+      return false;
+    }
+    if (d.first_only && emitted) continue;
+    Attributes a;
+    bool found;
+    if (!split_attributes(attrs, a, why) ||
+        !origin_of(a, false, r.origin, found, why))
+      return false;
+    if (!found) {
+      d.no_origin += !d.first_only;
+      continue;
+    }
+    d.each(r);
+    emitted = true;
   }
   if (!c.ok()) {
     why = "record ends inside its header";
     return false;
   }
-  if (entries && !each) t.add(f, r.addr, r.len, first_origin);
+  d.no_origin += d.first_only && entries && !emitted;
+  d.unindexed += !d.has_index && entries;
   return true;
 }
 
@@ -82,47 +108,101 @@ bool read_peer_index(Cursor c, std::vector<RibPeer> &peers, std::string &why) {
 }
 
 // A TABLE_DUMP record: one prefix as one peer saw it.
-bool read_table_dump(Cursor c, Family f, Table &t, std::string &why) {
+bool read_table_dump(Cursor c, Family f, Dump &d, std::string &why) {
+  ++d.ribs;
   unsigned bytes = f == Family::v4 ? 4 : 16;
   c.skip(4);  // view, sequence
-  Addr addr;
-  for (unsigned i = 0; i < bytes / 4; ++i) addr.w[i] = c.get(4);
-  unsigned len = c.get(1);
+  RibRoute r{0, 0, f, Addr(), 0, 0};
+  for (unsigned i = 0; i < bytes / 4; ++i) r.addr.w[i] = c.get(4);
+  r.len = c.get(1);
   c.skip(1 + 4 + bytes + 2);  // status, time, peer address and AS
   Cursor attrs = c.sub(c.get(2));
-  uint32_t origin;
   if (!c.ok()) {
     why = "record ends before its path attributes do";
     return false;
   }
   Attributes a;
-  if (!check_prefix(f, addr, len, why) || !split_attributes(attrs, a, why) ||
-      !origin_of(a, true, origin, why))
+  bool found;
+  if (!check_prefix(f, r.addr, r.len, why) ||
+      !split_attributes(attrs, a, why) ||
+      !origin_of(a, true, r.origin, found, why))
     return false;
-  t.add(f, addr, len, origin);
+  if (found)
+    d.each(r);
+  else
+    ++d.no_origin;
   return true;
 }
 
-// Reads one record body of the given type; unknown types are skipped.
+// Reads one record body of the given type; other types are skipped, and
+// RIBs of other address families (multicast, generic) counted.
 bool read_record(uint16_t type, uint16_t subtype, std::string_view body,
-                 Table &t, std::string &why) {
+                 Dump &d, std::string &why) {
   Cursor c(body);
   if (type == kTableDumpV2) {
     switch (subtype) {
+      case kPeerIndexTable:
+        d.has_index = true;
+        return read_peer_index(c, d.peers, why);
       case kRibIpv4Unicast:
-        return read_rib(c, Family::v4, false, t, why);
       case kRibIpv6Unicast:
-        return read_rib(c, Family::v6, false, t, why);
       case kRibIpv4UnicastAddPath:
-        return read_rib(c, Family::v4, true, t, why);
       case kRibIpv6UnicastAddPath:
-        return read_rib(c, Family::v6, true, t, why);
+        return read_rib(
+            c,
+            subtype == kRibIpv4Unicast || subtype == kRibIpv4UnicastAddPath
+                ? Family::v4
+                : Family::v6,
+            subtype >= kRibIpv4UnicastAddPath, d, why);
+      case kRibIpv4Multicast:
+      case kRibIpv6Multicast:
+      case kRibGeneric:
+      case kRibGenericAddPath:
+      case kRibIpv4MulticastAddPath:
+      case kRibIpv6MulticastAddPath:
+        ++d.other_ribs;
+        return true;
       default:
         return true;
     }
   }
   if (type == kTableDump && (subtype == 1 || subtype == 2))
-    return read_table_dump(c, subtype == 1 ? Family::v4 : Family::v6, t, why);
+    return read_table_dump(c, subtype == 1 ? Family::v4 : Family::v6, d, why);
+  return true;
+}
+
+// Reads every record of a dump into `d`; then a dump without a unicast RIB
+// record is an error, and what was left out is added to `warning`.
+bool read_dump(std::string_view bytes, std::string_view name, Dump &d,
+               std::string &error, std::string &warning) {
+  if (!for_each_record(
+          bytes, name, "dump",
+          [&](const MrtRecord &r, std::string &why) {
+            return read_record(r.type, r.subtype, r.body, d, why)
+                       ? Next::go_on
+                       : Next::refuse;
+          },
+          error, warning))
+    return false;
+  if (d.ribs == 0) {
+    error = std::string(name) +
+            ": no unicast RIB records (TABLE_DUMP or TABLE_DUMP_V2): not a "
+            "RIB dump vell-lpm reads";
+    return false;
+  }
+  std::string notes;
+  auto note = [&](uint64_t n, const std::string &what) {
+    if (n) notes += (notes.empty() ? "" : "; ") + std::to_string(n) + what;
+  };
+  note(d.no_origin, std::string(d.first_only ? " prefixes" : " RIB entries") +
+                        " left out: no AS path names their origin AS (empty "
+                        "or confederation-only paths)");
+  note(d.unindexed, " RIB records without a peer index table");
+  note(d.other_ribs,
+       " multicast or generic RIB records skipped: the tables hold unicast "
+       "routes");
+  if (!notes.empty())
+    warning += (warning.empty() ? "" : "; ") + std::string(name) + ": " + notes;
   return true;
 }
 
@@ -135,43 +215,20 @@ bool looks_like_mrt(std::string_view b) {
 
 bool load_mrt(std::string_view bytes, std::string_view name, Table &table,
               std::string &error, std::string &warning) {
-  return for_each_record(
-      bytes, name, "dump",
-      [&](const MrtRecord &r, std::string &why) {
-        return read_record(r.type, r.subtype, r.body, table, why)
-                   ? Next::go_on
-                   : Next::refuse;
-      },
-      error, warning);
+  std::vector<RibPeer> peers;
+  std::function<void(const RibRoute &)> add = [&](const RibRoute &r) {
+    table.add(r.family, r.addr, r.len, r.origin);
+  };
+  Dump d{peers, add, true};
+  return read_dump(bytes, name, d, error, warning);
 }
 
 bool load_mrt_routes(std::string_view bytes, std::string_view name,
                      std::vector<RibPeer> &peers,
                      const std::function<void(const RibRoute &)> &each,
                      std::string &error, std::string &warning) {
-  Table unused;
-  return for_each_record(
-      bytes, name, "dump",
-      [&](const MrtRecord &r, std::string &why) {
-        Cursor c(r.body);
-        bool ok = true;
-        if (r.type != kTableDumpV2)
-          ok = true;
-        else if (r.subtype == kPeerIndexTable)
-          ok = read_peer_index(c, peers, why);
-        else if (r.subtype == kRibIpv4Unicast || r.subtype == kRibIpv6Unicast ||
-                 r.subtype == kRibIpv4UnicastAddPath ||
-                 r.subtype == kRibIpv6UnicastAddPath)
-          ok = read_rib(c,
-                        r.subtype == kRibIpv4Unicast ||
-                                r.subtype == kRibIpv4UnicastAddPath
-                            ? Family::v4
-                            : Family::v6,
-                        r.subtype >= kRibIpv4UnicastAddPath, unused, why, &each,
-                        peers.size());
-        return ok ? Next::go_on : Next::refuse;
-      },
-      error, warning);
+  Dump d{peers, each, false};
+  return read_dump(bytes, name, d, error, warning);
 }
 
 bool is_table_dump_v2(std::string_view b) {

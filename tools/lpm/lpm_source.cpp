@@ -234,7 +234,10 @@ bool read_source(const std::string &path, Source &out, std::string &error) {
   // At most 4 GB unpacked on 64-bit hosts, 1 GB on 32-bit ones.
   constexpr size_t limit =
       sizeof(size_t) > 4 ? size_t{1} << 32 : size_t{1} << 30;
-  return unpack(out.name, out.bytes, out.warning, error, limit);
+  if (!unpack(out.name, out.bytes, out.warning, error, limit)) return false;
+  // A UTF-8 byte-order mark, as some editors write, is no part of the text.
+  if (out.bytes.starts_with("\xef\xbb\xbf")) out.bytes.erase(0, 3);
+  return true;
 }
 
 }  // namespace lpm

@@ -16,7 +16,8 @@ struct Source {
 // Reads `path` ("-" for stdin) into `out`. False with a message naming the
 // file in `error` when it is missing, a directory, unreadable, or holds
 // compressed data that is corrupt (not merely cut short: then what unpacked
-// is kept and `out.warning` says so).
+// is kept and `out.warning` says so). A UTF-8 byte-order mark at the start
+// of the (unpacked) bytes is dropped.
 bool read_source(const std::string &path, Source &out, std::string &error);
 
 // Unpacks `packed` when it starts with a gzip or bzip2 magic; otherwise

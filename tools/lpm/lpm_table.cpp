@@ -3,30 +3,74 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include "lpm_json.h"
 #include "lpm_ranges.h"
 #include "lpm_text.h"
 
 namespace lpm {
 namespace {
 
-bool parse_prefix_line(std::string_view line, Table &t, std::string &why) {
-  line = trim(line.substr(0, line.find('#')));
-  size_t gap = line.find_first_of(" \t");
-  std::string_view pfx = line.substr(0, gap);
-  std::string_view rest =
-      gap == std::string_view::npos ? "" : trim(line.substr(gap));
+// Data words are all numbers or all texts (labels), so that no number can
+// be read as a label's word or the reverse.
+bool number_allowed(const Table &t, std::string_view line, std::string &why) {
+  if (t.labels.empty()) return true;
+  why = quoted(line) +
+        " gives a number, but earlier lines give texts: a table's data are "
+        "all numbers or all texts";
+  return false;
+}
+
+bool label_allowed(const Table &t, std::string_view data, std::string &why) {
+  if (!t.labels.empty() || (t.v4.empty() && t.v6.empty() && t.nexthops.empty()))
+    return true;
+  why = "data " + quoted(data) +
+        " is a text, but earlier lines give numbers: a table's data are all "
+        "numbers or all texts";
+  return false;
+}
+
+// Adds ADDRESS[/LEN] with the data word DATA, or its position when DATA is
+// empty.
+bool add_prefix(Table &t, std::string_view pfx, std::string_view data_text,
+                std::string &why) {
   Family f;
   Addr addr;
   unsigned len;
-  if (!parse_prefix(pfx, f, addr, len, why)) return false;
+  if (!parse_prefix(pfx, f, addr, len, why,
+                    t.mask_host_bits ? &t.host_bits_masked : nullptr) ||
+      !number_allowed(t, pfx, why))
+    return false;
   uint32_t data =
       static_cast<uint32_t>((f == Family::v4 ? t.v4.size() : t.v6.size()) + 1);
-  if (!rest.empty() && !parse_u32(rest, data)) {
-    why = "bad data word " + quoted(rest) + " (an unsigned 32-bit number)";
+  if (!data_text.empty() && !parse_u32(data_text, data)) {
+    why = "bad data word " + quoted(data_text) + " (an unsigned 32-bit number)";
     return false;
   }
   t.add(f, addr, len, data);
   return true;
+}
+
+bool parse_prefix_line(std::string_view line, Table &t, std::string &why) {
+  line = trim(line.substr(0, line.find_first_of("#;")));
+  size_t gap = line.find_first_of(" \t");
+  return add_prefix(t, line.substr(0, gap),
+                    gap == std::string_view::npos ? "" : trim(line.substr(gap)),
+                    why);
+}
+
+// A range file's field: trimmed, without the double quotes of a quoted one.
+std::string_view field_text(std::string_view s) {
+  s = trim(s);
+  if (s.size() >= 2 && s.front() == '"' && s.back() == '"')
+    s = s.substr(1, s.size() - 2);
+  return s;
+}
+
+// A range end: an address, or a decimal integer.
+bool parse_range_end(std::string_view text, Family &f, Addr &a, bool &decimal) {
+  decimal = !text.empty() &&
+            text.find_first_not_of("0123456789") == std::string_view::npos;
+  return parse_query(text, f, a);
 }
 
 bool parse_range_line(std::string_view line, Table &t, std::string &why) {
@@ -34,31 +78,45 @@ bool parse_range_line(std::string_view line, Table &t, std::string &why) {
   for (unsigned i = 0; i < 3; ++i) {
     size_t comma = rest.find(',');
     if (comma == std::string_view::npos && i < 2) {
-      why = "expected START,END,NUMBER, got " + quoted(line);
+      why = "expected START,END,DATA, got " + quoted(line);
       return false;
     }
-    field[i] = trim(rest.substr(0, comma));
+    field[i] = field_text(rest.substr(0, comma));
     rest = comma == std::string_view::npos ? "" : rest.substr(comma + 1);
   }
   Family f1, f2;
   Addr first, last;
-  uint32_t number;
-  if (!parse_addr(field[0], f1, first)) {
+  bool dec1, dec2;
+  if (!parse_range_end(field[0], f1, first, dec1)) {
     why = "bad range start " + quoted(field[0]);
-  } else if (!parse_addr(field[1], f2, last)) {
+    return false;
+  }
+  if (!parse_range_end(field[1], f2, last, dec2)) {
     why = "bad range end " + quoted(field[1]);
-  } else if (f1 != f2) {
+    return false;
+  }
+  if (f1 != f2 && dec1 && dec2) {  // decimal IPv6 ends below 2^32
+    Addr &low = f1 == Family::v4 ? first : last;
+    low = Addr{{0, 0, 0, low.w[0]}};
+    f1 = f2 = Family::v6;
+  }
+  uint32_t data = 0;
+  bool number = parse_u32(field[2], data);
+  if (f1 != f2) {
     why = "range " + quoted(field[0]) + " to " + quoted(field[1]) +
           " mixes IPv4 and IPv6";
   } else if (last < first) {
     why = "range end " + quoted(field[1]) + " lies before its start " +
           quoted(field[0]);
-  } else if (!parse_u32(field[2], number)) {
-    why = "bad number " + quoted(field[2]) + " (an unsigned 32-bit number)";
-  } else {
+  } else if (field[2].empty()) {
+    why = "range " + quoted(field[0]) + " to " + quoted(field[1]) +
+          " without data";
+  } else if (number ? number_allowed(t, line, why)
+                    : label_allowed(t, field[2], why)) {
+    if (!number) data = t.labels.word(std::string(field[2]));
     std::vector<Prefix> prefixes;
     range_to_prefixes(f1, first, last, prefixes);
-    for (const Prefix &p : prefixes) t.add(f1, p.addr, p.len, number);
+    for (const Prefix &p : prefixes) t.add(f1, p.addr, p.len, data);
     return true;
   }
   return false;
@@ -67,11 +125,11 @@ bool parse_range_line(std::string_view line, Table &t, std::string &why) {
 }  // namespace
 
 bool parse_prefix(std::string_view text, Family &f, Addr &addr, unsigned &len,
-                  std::string &why) {
+                  std::string &why, size_t *masked) {
   size_t slash = text.find('/');
   if (!parse_addr(text.substr(0, slash), f, addr)) {
     why = slash == std::string_view::npos
-              ? "expected ADDRESS[/LEN] [DATA] or START,END,NUMBER, got " +
+              ? "expected ADDRESS[/LEN] [DATA] or START,END,DATA, got " +
                     quoted(text)
               : "bad address " + quoted(text.substr(0, slash));
     return false;
@@ -85,12 +143,17 @@ bool parse_prefix(std::string_view text, Family &f, Addr &addr, unsigned &len,
     return false;
   }
   len = n;
-  if (mask_to(addr, len) != addr) {
-    why = "address " + quoted(text.substr(0, slash)) +
-          " has bits set beyond its length /" + std::to_string(len);
-    return false;
+  Addr net = mask_to(addr, len);
+  if (net == addr) return true;
+  if (masked) {
+    addr = net;
+    ++*masked;
+    return true;
   }
-  return true;
+  why = "address " + quoted(text.substr(0, slash)) +
+        " has bits set beyond its length /" + std::to_string(len) +
+        " (--mask-host-bits clears them)";
+  return false;
 }
 
 void Table::add(Family f, const Addr &addr, unsigned len, uint32_t data) {
@@ -100,11 +163,15 @@ void Table::add(Family f, const Addr &addr, unsigned len, uint32_t data) {
     v6.push_back(vell::trie6_family::make_entry(addr.w, len, data));
 }
 
-uint32_t Table::nexthop_word(const std::string &text) {
-  auto [it, added] = nexthop_words.try_emplace(
-      text, static_cast<uint32_t>(nexthops.size() + 1));
-  if (added) nexthops.push_back(text);
+uint32_t TextWords::word(const std::string &text) {
+  auto [it, added] =
+      words_.try_emplace(text, static_cast<uint32_t>(texts_.size() + 1));
+  if (added) texts_.push_back(text);
   return it->second;
+}
+
+const std::string *TextWords::text(uint32_t data) const {
+  return data >= 1 && data <= texts_.size() ? &texts_[data - 1] : nullptr;
 }
 
 std::vector<std::string> default_tables() {
@@ -141,6 +208,34 @@ bool load_table(std::string_view bytes, std::string_view name, Table &table,
                        [&](std::string_view line, std::string &why) {
                          return parse_line(line, table, why);
                        });
+}
+
+bool looks_like_cidr_json(std::string_view bytes) {
+  std::string_view text = trim(bytes);
+  if (text.empty() || text[0] != '[') return false;
+  text = trim(text.substr(1));
+  return !text.empty() && text[0] == '"';
+}
+
+bool load_cidr_json(std::string_view bytes, std::string_view name, Table &table,
+                    std::string &error) {
+  Json doc;
+  size_t offset = 0;
+  std::string why;
+  if (parse_json(bytes, doc, offset, why) && doc.kind != Json::Kind::array)
+    why = "expected a JSON array of CIDR strings";
+  for (size_t i = 0; why.empty() && i < doc.items.size(); ++i) {
+    const Json &item = doc.items[i];
+    offset = item.offset;
+    if (item.kind != Json::Kind::string)
+      why = "expected a CIDR string";
+    else if (!add_prefix(table, item.text, "", why))
+      break;
+  }
+  if (why.empty()) return true;
+  error = std::string(name) + ":" + std::to_string(line_of(bytes, offset)) +
+          ": " + why;
+  return false;
 }
 
 }  // namespace lpm

@@ -1,13 +1,18 @@
 // Prefix tables as the tool reads them: one line each, either
 //   ADDRESS[/LEN] [DATA]         a prefix (a bare address is a host route);
 //                                DATA defaults to the prefix's 1-based
-//                                position among its family's prefixes
-//   START,END,NUMBER[,...]       an inclusive range, split into the fewest
-//                                covering prefixes, each with NUMBER as data
-// with '#' starting a comment (in prefix lines anywhere, in range lines only
-// at the start), ';' a comment line, and blank lines ignored. Both families
-// may share one file. Plain CIDR lists and PREFIX<TAB>ASN tables are of
-// this form.
+//                                position among its family's prefixes,
+//                                repeated ones included
+//   START,END,DATA[,...]         an inclusive range, split into the fewest
+//                                covering prefixes; START and END are
+//                                addresses or decimal integers, fields may
+//                                be in double quotes, and DATA is a number
+//                                or a text (a label, such as a country code)
+// with '#' and ';' starting a comment (in prefix lines anywhere, in range
+// lines only at the start), and blank lines ignored. Both families may
+// share one file. Plain CIDR lists, PREFIX<TAB>ASN tables, blocklists and
+// country range files are of this form; a JSON array of CIDR strings is
+// read by load_cidr_json.
 #pragma once
 
 #include <stdint.h>
@@ -22,23 +27,45 @@
 
 namespace lpm {
 
+// Texts that data words stand for: word N is the N-th distinct text, in
+// order of first appearance.
+class TextWords {
+ public:
+  // The word of `text`, the same for every use of it.
+  uint32_t word(const std::string &text);
+  // The text of `data`; null for a word that names none.
+  const std::string *text(uint32_t data) const;
+  size_t size() const { return texts_.size(); }
+  bool empty() const { return texts_.empty(); }
+  const std::string &operator[](size_t i) const { return texts_[i]; }
+
+ private:
+  std::vector<std::string> texts_;
+  std::map<std::string, uint32_t, std::less<>> words_;
+};
+
 struct Table {
   std::vector<vell::trie4_family::entry> v4;
   std::vector<vell::trie6_family::entry> v6;
-  // Route tables: data word N stands for nexthops[N - 1], the next hop in
-  // the tool's words ("via 10.0.0.2 dev eth1", "unreachable").
-  std::vector<std::string> nexthops;
-  std::map<std::string, uint32_t> nexthop_words;
+  // Route tables: the next hops in the tool's words ("via 10.0.0.2 dev
+  // eth1", "unreachable").
+  TextWords nexthops;
+  // Range files whose data are texts: the texts ("AU", "bogon").
+  TextWords labels;
+  // Clear bits beyond a prefix's length instead of refusing the prefix,
+  // counting the prefixes so masked.
+  bool mask_host_bits = false;
+  size_t host_bits_masked = 0;
 
   void add(Family f, const Addr &addr, unsigned len, uint32_t data);
-  // The data word of a next hop, the same for every route that shares it.
-  uint32_t nexthop_word(const std::string &text);
+  uint32_t nexthop_word(const std::string &text) { return nexthops.word(text); }
 };
 
 // ADDRESS/LEN or a bare ADDRESS (a host route), with no bits set beyond
-// LEN. On failure `why` says what is wrong.
+// LEN. On failure `why` says what is wrong. With `masked` non-null, bits
+// beyond LEN are cleared instead, and counted in *masked.
 bool parse_prefix(std::string_view text, Family &f, Addr &addr, unsigned &len,
-                  std::string &why);
+                  std::string &why, size_t *masked = nullptr);
 
 // Adds the prefixes of one line to the table. On a bad line returns false
 // with the reason in `why` and leaves the table as it was.
@@ -48,6 +75,14 @@ bool parse_line(std::string_view line, Table &table, std::string &why);
 // "NAME:LINE: reason" in `error`; the table then holds only earlier lines.
 bool load_table(std::string_view bytes, std::string_view name, Table &table,
                 std::string &error);
+
+// Reads a JSON array of CIDR strings (as cloud providers publish their
+// address ranges), each with its 1-based position as data. Errors name the
+// line: "NAME:LINE: reason".
+bool load_cidr_json(std::string_view bytes, std::string_view name, Table &table,
+                    std::string &error);
+// True when `bytes` is a JSON array whose first item is a string.
+bool looks_like_cidr_json(std::string_view bytes);
 
 // The embedded table's files: share/vell-ds/ (the data directory of the
 // installation) of the nearest directory above the running program that

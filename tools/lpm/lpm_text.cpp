@@ -2,6 +2,7 @@
 
 #include <stdio.h>
 
+#include <algorithm>
 #include <charconv>
 
 namespace lpm {
@@ -16,6 +17,12 @@ std::string_view trim(std::string_view s) {
 bool parse_u32(std::string_view s, uint32_t &v) {
   auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
   return !s.empty() && ec == std::errc() && end == s.data() + s.size();
+}
+
+unsigned long line_of(std::string_view bytes, size_t offset) {
+  offset = std::min(offset, bytes.size());
+  return 1 + static_cast<unsigned long>(
+                 std::count(bytes.begin(), bytes.begin() + offset, '\n'));
 }
 
 namespace {

@@ -14,6 +14,9 @@ std::string_view trim(std::string_view s);
 // Whole text as an unsigned 32-bit decimal number.
 bool parse_u32(std::string_view s, uint32_t &v);
 
+// The 1-based number of the line holding byte `offset` of `bytes`.
+unsigned long line_of(std::string_view bytes, size_t offset);
+
 // Input quoted for a message: in single quotes, at most kQuoteMax bytes of
 // it (then "..."), control and non-ASCII bytes, quote and backslash escaped,
 // so that no input can flood or garble a terminal.

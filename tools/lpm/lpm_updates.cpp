@@ -14,6 +14,8 @@ enum : uint16_t { kBgp4mp = 16, kBgp4mpEt = 17 };
 enum : uint16_t {  // BGP4MP subtypes
   kStateChange = 0,
   kMessage = 1,
+  kEntry = 2,  // a RIB entry, in dumps of an old form
+  kSnapshot = 3,
   kMessageAs4 = 4,
   kStateChangeAs4 = 5,
   kMessageLocal = 6,
@@ -48,6 +50,41 @@ bool looks_like_updates(std::string_view b) {
          (b[5] == kBgp4mp || b[5] == kBgp4mpEt);
 }
 
+std::string mrt_misfit(std::string_view b, bool for_updates) {
+  static constexpr struct {
+    uint16_t type;
+    const char *name;
+  } kTypes[] = {{5, "BGP"},     {6, "RIP"},       {7, "IDRP"},
+                {8, "RIPNG"},   {9, "BGP4PLUS"},  {10, "BGP4PLUS_01"},
+                {11, "OSPFv2"}, {32, "ISIS"},     {33, "ISIS_ET"},
+                {48, "OSPFv3"}, {49, "OSPFv3_ET"}};
+  if (b.size() < kMrtHeader || b[4] != 0) return "";
+  uint16_t type = static_cast<uint8_t>(b[5]);
+  uint16_t subtype = static_cast<uint16_t>(static_cast<uint8_t>(b[6]) << 8 |
+                                           static_cast<uint8_t>(b[7]));
+  if (looks_like_mrt(b))
+    return !for_updates ? ""
+                        : "a RIB dump (TABLE_DUMP records), not an update file "
+                          "(BGP4MP records): give it as a table with -t";
+  if (looks_like_updates(b)) {
+    if (subtype == kEntry || subtype == kSnapshot)
+      return "a RIB in BGP4MP_ENTRY records, an old form of MRT dump that "
+             "vell-lpm does not read: give the RIB as a TABLE_DUMP_V2 dump";
+    return for_updates ? ""
+                       : "an MRT update file (BGP4MP records), not a table or "
+                         "RIB dump (TABLE_DUMP records): give it with "
+                         "--updates";
+  }
+  for (const auto &t : kTypes)
+    if (t.type == type)
+      return std::string("an MRT file of ") + t.name + " records (type " +
+             std::to_string(type) +
+             "), which hold no routes vell-lpm reads: give a RIB dump "
+             "(TABLE_DUMP_V2 records) with -t, or BGP updates (BGP4MP "
+             "records) with --updates";
+  return "";
+}
+
 std::string UpdateReader::peer_name(uint32_t peer) const {
   const PeerKey &k = peer_keys_.at(peer);
   return "AS" + std::to_string(k.as) + " " + format_addr(k.family, k.addr);
@@ -68,8 +105,8 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
              subtype == kMessageAs4Local || subtype == kMessageAs4AddPath ||
              subtype == kMessageAs4LocalAddPath;
   bool state = subtype == kStateChange || subtype == kStateChangeAs4;
-  if (!state && (subtype < kMessage || subtype == 2 || subtype == 3 ||
-                 subtype > kMessageAs4LocalAddPath)) {
+  if (!state && (subtype < kMessage || subtype == kEntry ||
+                 subtype == kSnapshot || subtype > kMessageAs4LocalAddPath)) {
     ++counts_.skipped[{type, subtype}];
     return true;
   }
@@ -137,7 +174,9 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
   Cursor nlri = c;
   Attributes a;
   uint32_t origin = 0;
-  if (!split_attributes(attrs, a, why) || !origin_of(a, !as4, origin, why))
+  bool found;  // an update whose path names no origin announces origin 0
+  if (!split_attributes(attrs, a, why) ||
+      !origin_of(a, !as4, origin, found, why))
     return false;
   // Withdrawals before announcements, as the message orders them.
   auto prefixes = [&](Cursor &list, Family f, RouteChange::Kind k) {
@@ -187,10 +226,9 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
 bool UpdateReader::read(std::string_view bytes, std::string_view name,
                         std::string &error, std::string &warning) {
   if (stopped_) return true;
-  if (looks_like_mrt(bytes)) {
-    error = std::string(name) +
-            ": a RIB dump (TABLE_DUMP records), not an update file (BGP4MP "
-            "records): give it as a table with -t";
+  std::string misfit = mrt_misfit(bytes, true);
+  if (!misfit.empty()) {
+    error = std::string(name) + ": " + misfit;
     return false;
   }
   return for_each_record(

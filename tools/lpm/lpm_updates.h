@@ -109,6 +109,11 @@ class UpdateReader {
 // True when `bytes` starts with a BGP4MP or BGP4MP_ET record.
 bool looks_like_updates(std::string_view bytes);
 
+// What an MRT file is, in a sentence that says what to do with it, when it
+// is not what is read: a RIB dump for a table (`for_updates` false), an
+// update file for --updates. Empty when it is, or when `bytes` is no MRT.
+std::string mrt_misfit(std::string_view bytes, bool for_updates);
+
 // The routes each peer announces, and the answer they make for each
 // prefix. Every change of an answer goes to `on_answer`, with `origin`
 // null for a prefix that no longer has one.

@@ -10,20 +10,30 @@
 
 namespace lpm {
 
-// How answers and listings read: the data word, or for a route table the
-// next hop it stands for.
+// How answers and listings read: the data word, or the text it stands for:
+// a route table's next hop, a range file's label.
 struct Words {
   const Table &table;
   bool json;
 
   bool routes() const { return !table.nexthops.empty(); }
-  // The next hop that data word stands for ("?" for none).
-  const std::string &nexthop(uint32_t data) const;
+  // Whether data words stand for texts, and which.
+  bool named() const { return routes() || !table.labels.empty(); }
+  const TextWords &names() const {
+    return routes() ? table.nexthops : table.labels;
+  }
+  // The JSON member that names the text: "nexthop": or "label":.
+  std::string key() const { return routes() ? "\"nexthop\": " : "\"label\": "; }
+  // The text that data word stands for ("?" for none).
+  const std::string &text(uint32_t data) const;
   // One line of --list or --origin.
   std::string item(const std::string &prefix, uint32_t data) const;
-  // One answer; a null prefix is a miss.
-  std::string answer(const std::string &addr, const std::string *prefix,
-                     uint32_t data) const;
+  // One answer to the address `written` (as the user wrote it), whose
+  // canonical text is `canonical`; a null prefix is a miss. `mapped`: the
+  // IPv6 address was answered from the IPv4 table.
+  std::string answer(const std::string &written, const std::string &canonical,
+                     const std::string *prefix, uint32_t data,
+                     bool mapped = false) const;
 };
 
 }  // namespace lpm
