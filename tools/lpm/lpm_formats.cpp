@@ -40,7 +40,8 @@ Format detect_format(std::string_view bytes) {
 }
 
 bool load_source(const Source &src, Format format, Table &table,
-                 std::string &error, std::vector<std::string> &warnings) {
+                 std::string &error, std::vector<std::string> &warnings,
+                 const RouteOptions &routes) {
   if (!src.warning.empty()) warnings.push_back(src.warning);
   if (looks_like_updates(src.bytes)) {
     error = src.name +
@@ -56,16 +57,18 @@ bool load_source(const Source &src, Format format, Table &table,
       ok = load_mrt(src.bytes, src.name, table, error, warning);
       break;
     case Format::ip_route:
-      ok = load_ip_route(src.bytes, src.name, table, error);
+      ok = load_ip_route(src.bytes, src.name, routes, table, error, warning);
       break;
     case Format::ip_route_json:
-      ok = load_ip_route_json(src.bytes, src.name, table, error);
+      ok = load_ip_route_json(src.bytes, src.name, routes, table, error,
+                              warning);
       break;
     default:
       ok = load_table(src.bytes, src.name, table, error);
       break;
   }
   if (!warning.empty()) warnings.push_back(warning);
+  table.keep_nexthops_apart();
   return ok;
 }
 

@@ -3,6 +3,8 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "lpm_ranges.h"
 #include "lpm_text.h"
 
@@ -100,11 +102,52 @@ void Table::add(Family f, const Addr &addr, unsigned len, uint32_t data) {
     v6.push_back(vell::trie6_family::make_entry(addr.w, len, data));
 }
 
-uint32_t Table::nexthop_word(const std::string &text) {
-  auto [it, added] = nexthop_words.try_emplace(
-      text, static_cast<uint32_t>(nexthops.size() + 1));
-  if (added) nexthops.push_back(text);
-  return it->second;
+void Table::add_route(Family f, const Addr &addr, unsigned len,
+                      const std::string &nexthop) {
+  auto [it, added] = nexthop_words.try_emplace(nexthop, 0);
+  if (added) {  // words count from 1 until keep_nexthops_apart moves them
+    uint32_t word = static_cast<uint32_t>(nexthops.size() + 1);
+    while (nexthops.count(word)) ++word;
+    it->second = word;
+    nexthops[word] = nexthop;
+  }
+  route_entries[f == Family::v6].push_back(f == Family::v4 ? v4.size()
+                                                           : v6.size());
+  add(f, addr, len, it->second);
+}
+
+void Table::keep_nexthops_apart() {
+  if (nexthops.empty()) return;
+  std::vector<uint32_t> held;  // by entries that routes did not add
+  auto collect = [&](const auto &entries, const std::vector<size_t> &routes) {
+    size_t r = 0;
+    for (size_t i = 0; i < entries.size(); ++i)
+      if (r < routes.size() && routes[r] == i)
+        ++r;
+      else
+        held.push_back(entries[i].data);
+  };
+  collect(v4, route_entries[0]);
+  collect(v6, route_entries[1]);
+  std::sort(held.begin(), held.end());
+  auto is_held = [&](uint32_t w) {
+    return std::binary_search(held.begin(), held.end(), w);
+  };
+  if (std::none_of(nexthops.begin(), nexthops.end(),
+                   [&](const auto &n) { return is_held(n.first); }))
+    return;
+  std::map<uint32_t, uint32_t> moved;
+  std::map<uint32_t, std::string> renamed;
+  uint32_t word = UINT32_MAX;
+  for (auto &[old, text] : nexthops) {
+    while (is_held(word)) --word;
+    moved[old] = word;
+    nexthop_words[text] = word;
+    renamed[word--] = std::move(text);
+  }
+  nexthops = std::move(renamed);
+  for (size_t i : route_entries[0]) v4[i].data = moved[v4[i].data];
+  for (size_t i : route_entries[1]) v6[i].data = moved[v6[i].data];
 }
 
 std::vector<std::string> default_tables() {

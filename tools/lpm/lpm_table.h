@@ -25,14 +25,23 @@ namespace lpm {
 struct Table {
   std::vector<vell::trie4_family::entry> v4;
   std::vector<vell::trie6_family::entry> v6;
-  // Route tables: data word N stands for nexthops[N - 1], the next hop in
-  // the tool's words ("via 10.0.0.2 dev eth1", "unreachable").
-  std::vector<std::string> nexthops;
+  // Route tables: the next hop each of their data words stands for, in the
+  // tool's words ("via 10.0.0.2 dev eth1", "unreachable"). No entry of
+  // another table holds one of these words (see keep_nexthops_apart).
+  std::map<uint32_t, std::string> nexthops;
   std::map<std::string, uint32_t> nexthop_words;
+  // Positions in v4 and v6 of the entries that routes added.
+  std::vector<size_t> route_entries[2];
 
   void add(Family f, const Addr &addr, unsigned len, uint32_t data);
-  // The data word of a next hop, the same for every route that shares it.
-  uint32_t nexthop_word(const std::string &text);
+  // Adds a route: its data word stands for the next hop, the same word for
+  // every route that shares it.
+  void add_route(Family f, const Addr &addr, unsigned len,
+                 const std::string &nexthop);
+  // When an entry of another table holds a next hop's word, gives every
+  // next hop a word no other entry holds, counting down from the largest,
+  // so that each answer still reads as its own table's.
+  void keep_nexthops_apart();
 };
 
 // ADDRESS/LEN or a bare ADDRESS (a host route), with no bits set beyond

@@ -4,34 +4,34 @@
 
 namespace lpm {
 
-const std::string &Words::nexthop(uint32_t data) const {
-  static const std::string unknown = "?";
-  return data >= 1 && data <= table.nexthops.size() ? table.nexthops[data - 1]
-                                                    : unknown;
+const std::string *Words::nexthop(uint32_t data) const {
+  auto it = table.nexthops.find(data);
+  return it == table.nexthops.end() ? nullptr : &it->second;
 }
 
 std::string Words::item(const std::string &prefix, uint32_t data) const {
+  const std::string *hop = nexthop(data);
   if (json)
     return "{\"prefix\": " + json_string(prefix) +
            ", \"data\": " + std::to_string(data) +
-           (routes() ? ", \"nexthop\": " + json_string(nexthop(data)) : "") +
-           "}";
-  return prefix + " " + (routes() ? nexthop(data) : std::to_string(data));
+           (hop ? ", \"nexthop\": " + json_string(*hop) : "") + "}";
+  return prefix + " " + (hop ? *hop : std::to_string(data));
 }
 
 std::string Words::answer(const std::string &addr, const std::string *prefix,
                           uint32_t data) const {
+  const std::string *hop = prefix ? nexthop(data) : nullptr;
   if (json) {
     std::string null = "null";
     std::string s = "{\"address\": " + json_string(addr) +
                     ", \"data\": " + (prefix ? std::to_string(data) : null) +
                     ", \"prefix\": " + (prefix ? json_string(*prefix) : null);
-    if (routes())
-      s += ", \"nexthop\": " + (prefix ? json_string(nexthop(data)) : null);
+    if (hop || (!prefix && routes()))
+      s += ", \"nexthop\": " + (hop ? json_string(*hop) : null);
     return s + "}";
   }
   if (!prefix) return addr + " - -";
-  if (routes()) return addr + " " + *prefix + " " + nexthop(data);
+  if (hop) return addr + " " + *prefix + " " + *hop;
   return addr + " " + std::to_string(data) + " " + *prefix;
 }
 
