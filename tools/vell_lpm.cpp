@@ -154,6 +154,8 @@ Options parse_options(int argc, char **argv) {
       o.routes.family = v == "4" ? Family::v4 : Family::v6;
     } else if (a == "--route-table") {
       o.routes.table = value();
+      if (o.routes.table.empty())
+        fail("--route-table: expected a table's name or number, or all");
     } else if (a == "--origin") {
       o.by_origin = true;
       o.origin =
