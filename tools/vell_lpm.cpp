@@ -64,6 +64,11 @@ const char kUsage[] =
     "                        2026-11-25T10:00:00Z): answers as of then\n"
     "      --format NAME     read every table in format NAME (see below;\n"
     "                        auto, the default, tells each by its content)\n"
+    "      --family 4|6      the family of an 'ip route' default route that\n"
+    "                        neither its line nor the routes around it tell\n"
+    "      --route-table ID  of an 'ip route show table all' listing, read\n"
+    "                        table ID (a name or number; default main) or\n"
+    "                        all; routes skipped are counted on stderr\n"
     "      --fill PCT        node fill factor, 1 to 100 (default 50)\n"
     "      --root-branch N[,M]  least branch of the IPv4 root (at most 20),\n"
     "                        and of the IPv6 root (at most 15); by default\n"
@@ -155,6 +160,15 @@ Options parse_options(int argc, char **argv) {
       const char *name = value();
       if (!format_named(name, o.format))
         fail("--format: expected " + format_names() + ", got " + quoted(name));
+    } else if (a == "--family") {
+      std::string v = value();
+      if (v != "4" && v != "6")
+        fail("--family: expected 4 or 6, got " + quoted(v));
+      o.routes.family = v == "4" ? Family::v4 : Family::v6;
+    } else if (a == "--route-table") {
+      o.routes.table = value();
+      if (o.routes.table.empty())
+        fail("--route-table: expected a table's name or number, or all");
     } else if (a == "--origin") {
       o.by_origin = true;
       o.origin =
@@ -219,7 +233,8 @@ Table load_tables(const Options &o) {
     size_t before = table.v4.size() + table.v6.size();
     Format format =
         o.format == Format::automatic ? detect_format(src.bytes) : o.format;
-    if (!load_source(src, format, table, error, warnings)) fail(error);
+    if (!load_source(src, format, table, error, warnings, o.routes))
+      fail(error);
     double s = now_seconds() - t0;
     size_t n = table.v4.size() + table.v6.size() - before;
     fprintf(stderr,

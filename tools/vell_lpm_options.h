@@ -26,6 +26,7 @@ struct Options {
   uint32_t fill = kDefaultFill;
   uint32_t root_branch[2] = {kAutoRootBranch, kAutoRootBranch};
   Format format = Format::automatic;
+  lpm::RouteOptions routes;  // --family, --route-table
   bool stats = false, print = false, list = false, from_stdin = false,
        json = false;
   bool by_origin = false;

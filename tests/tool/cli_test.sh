@@ -132,11 +132,23 @@ expect host-bits-masked 0 "10.1.2.3 3 10.1.2.0/24" \
   "vell-lpm: warning: $tmp/host: cleared the bits past the length of 2 prefixes (--mask-host-bits)" \
   -- -t "$tmp/host" --mask-host-bits 10.1.2.3
 
-# ip route text: answers name the next hop.
+# ip route text: answers name the next hop; routes of tables other than
+# main are skipped, and counted, unless chosen.
+iproute=$src/tests/tool/samples/ip-route.txt
 expect ip-route 0 "10.2.0.1 10.2.0.0/16 via 10.0.0.2 dev eth1, via 10.0.0.3 dev eth2
 10.9.1.1 10.9.0.0/16 unreachable
-8.8.8.8 0.0.0.0/0 via 192.0.2.1 dev eth0" "" \
-  -- -t "$src/tests/tool/samples/ip-route.txt" 10.2.0.1 10.9.1.1 8.8.8.8
+8.8.8.8 0.0.0.0/0 via 192.0.2.1 dev eth0
+192.0.2.10 192.0.2.0/24 dev eth0" "vell-lpm: warning: $iproute: read table main only, skipped 1 routes of other tables ('local': 1); --route-table NAME or all reads them" \
+  -- -t "$iproute" 10.2.0.1 10.9.1.1 8.8.8.8 192.0.2.10
+expect ip-route-all-tables 0 "192.0.2.10 192.0.2.10/32 local dev eth0" "" \
+  -- -t "$iproute" --route-table all 192.0.2.10
+# A route table and a data table together answer each in its own words.
+expect routes-and-data 0 "10.2.0.1 10.2.0.0/16 via 10.0.0.2 dev eth1, via 10.0.0.3 dev eth2
+2001:db8:1::1 6 2001:db8:1::/48" "" -- -t "$routes" -t "$iproute" --route-table all 10.2.0.1 2001:db8:1::1
+# A default route without a gateway: --family settles what nothing tells.
+printf 'default dev wg0 scope link\n' >"$tmp/wg"
+expect default-family 0 "2001:db8::1 ::/0 dev wg0" "" -- -t "$tmp/wg" --family 6 2001:db8::1
+expect bad-family 1 "" "vell-lpm: --family: expected 4 or 6, got 'inet6'" -- -t "$tmp/wg" --family inet6
 
 # A stored 0 and a stored 4294967295 are answers, a miss is a miss.
 printf '10.0.0.0/8 0\n11.0.0.0/8 4294967295\n' >"$tmp/zero"
@@ -229,7 +241,7 @@ done
 expect updates-corrupt 1 "" "vell-lpm: $tmp/bad.mrt: byte 336: bad MRT record (type 16, subtype 4): prefix length 33 beyond 32" \
   -- --updates "$tmp/bad.mrt" 10.0.0.1
 expect updates-over-routes 1 "" "vell-lpm: --updates follows origin ASes; a route table has none" \
-  -- -t "$src/tests/tool/samples/ip-route.txt" --updates "$tmp/u.mrt"
+  -- -t "$iproute" --updates "$tmp/u.mrt"
 expect bad-at 1 "" "vell-lpm: --at: expected UNIX seconds or a UTC time such as 2026-11-25T10:00:00Z, got 'noon'" \
   -- --updates "$tmp/u.mrt" --at noon
 

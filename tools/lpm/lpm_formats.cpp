@@ -52,7 +52,8 @@ Format detect_format(std::string_view bytes) {
 }
 
 bool load_source(const Source &src, Format format, Table &table,
-                 std::string &error, std::vector<std::string> &warnings) {
+                 std::string &error, std::vector<std::string> &warnings,
+                 const RouteOptions &routes) {
   if (!src.warning.empty()) warnings.push_back(src.warning);
   std::string what = mrt_misfit(src.bytes, false);
   if (!what.empty()) {
@@ -68,10 +69,11 @@ bool load_source(const Source &src, Format format, Table &table,
       ok = load_mrt(src.bytes, src.name, table, error, warning);
       break;
     case Format::ip_route:
-      ok = load_ip_route(src.bytes, src.name, table, error);
+      ok = load_ip_route(src.bytes, src.name, routes, table, error, warning);
       break;
     case Format::ip_route_json:
-      ok = load_ip_route_json(src.bytes, src.name, table, error);
+      ok = load_ip_route_json(src.bytes, src.name, routes, table, error,
+                              warning);
       break;
     case Format::cidr_json:
       ok = load_cidr_json(src.bytes, src.name, table, error);
@@ -90,6 +92,7 @@ bool load_source(const Source &src, Format format, Table &table,
             "together: their data words would mix";
     return false;
   }
+  table.keep_nexthops_apart();
   return ok;
 }
 

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "lpm_iproute.h"
 #include "lpm_source.h"
 #include "lpm_table.h"
 
@@ -18,14 +19,16 @@ enum class Format { automatic, table, cidr_json, ip_route, ip_route_json, mrt };
 bool format_named(std::string_view name, Format &f);
 // Every format's name, as a list in words: "auto, table, ... or mrt".
 std::string format_names();
-// The format of `bytes`, from its first bytes and first line.
+// The format of `bytes`, from its first bytes and first lines.
 Format detect_format(std::string_view bytes);
 const char *format_name(Format f);
 
 // Adds the source's routes to the table in the given format (automatic:
-// detected). Warnings (a dump cut short) are appended to `warnings`.
+// detected), `ip route` listings as `routes` says. Warnings (a dump cut
+// short, routes of other tables skipped) are appended to `warnings`.
 bool load_source(const Source &src, Format format, Table &table,
-                 std::string &error, std::vector<std::string> &warnings);
+                 std::string &error, std::vector<std::string> &warnings,
+                 const RouteOptions &routes = {});
 
 // Reads each file (read_source, then load_source in the detected format)
 // into `table`; false with the error of the first that fails.

@@ -3,6 +3,8 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "lpm_json.h"
 #include "lpm_ranges.h"
 #include "lpm_text.h"
@@ -163,15 +165,52 @@ void Table::add(Family f, const Addr &addr, unsigned len, uint32_t data) {
     v6.push_back(vell::trie6_family::make_entry(addr.w, len, data));
 }
 
+void Table::add_route(Family f, const Addr &addr, unsigned len,
+                      const std::string &nexthop) {
+  route_entries[f == Family::v6].push_back(f == Family::v4 ? v4.size()
+                                                           : v6.size());
+  add(f, addr, len, nexthops.word(nexthop));
+}
+
+void Table::keep_nexthops_apart() {
+  if (nexthops.empty()) return;
+  std::vector<uint32_t> held;  // by entries that routes did not add
+  auto collect = [&](const auto &entries, const std::vector<size_t> &routes) {
+    size_t r = 0;
+    for (size_t i = 0; i < entries.size(); ++i)
+      if (r < routes.size() && routes[r] == i)
+        ++r;
+      else
+        held.push_back(entries[i].data);
+  };
+  collect(v4, route_entries[0]);
+  collect(v6, route_entries[1]);
+  std::sort(held.begin(), held.end());
+  auto is_held = [&](uint32_t w) {
+    return std::binary_search(held.begin(), held.end(), w);
+  };
+  bool clash = false;
+  for (uint32_t w : held) clash = clash || nexthops.text(w);
+  if (!clash) return;
+  std::map<uint32_t, uint32_t> moved = nexthops.move_to_top(is_held);
+  for (size_t i : route_entries[0]) v4[i].data = moved[v4[i].data];
+  for (size_t i : route_entries[1]) v6[i].data = moved[v6[i].data];
+}
+
 uint32_t TextWords::word(const std::string &text) {
-  auto [it, added] =
-      words_.try_emplace(text, static_cast<uint32_t>(texts_.size() + 1));
-  if (added) texts_.push_back(text);
+  auto [it, added] = words_.try_emplace(text, 0);
+  if (added) {
+    uint32_t word = static_cast<uint32_t>(texts_.size() + 1);
+    while (texts_.count(word)) ++word;
+    it->second = word;
+    texts_[word] = text;
+  }
   return it->second;
 }
 
 const std::string *TextWords::text(uint32_t data) const {
-  return data >= 1 && data <= texts_.size() ? &texts_[data - 1] : nullptr;
+  auto it = texts_.find(data);
+  return it == texts_.end() ? nullptr : &it->second;
 }
 
 std::vector<std::string> default_tables() {

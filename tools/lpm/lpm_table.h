@@ -27,8 +27,9 @@
 
 namespace lpm {
 
-// Texts that data words stand for: word N is the N-th distinct text, in
-// order of first appearance.
+// Texts that data words stand for: a new text takes the least word from 1
+// up that no text holds, so word N is the N-th distinct text in order of
+// first appearance until words are moved.
 class TextWords {
  public:
   // The word of `text`, the same for every use of it.
@@ -37,19 +38,40 @@ class TextWords {
   const std::string *text(uint32_t data) const;
   size_t size() const { return texts_.size(); }
   bool empty() const { return texts_.empty(); }
-  const std::string &operator[](size_t i) const { return texts_[i]; }
+  // Gives every text a new word, counting down from the largest word and
+  // passing over those `taken(word)` holds; returns the old words' new ones.
+  template <class Taken>
+  std::map<uint32_t, uint32_t> move_to_top(Taken taken);
 
  private:
-  std::vector<std::string> texts_;
+  std::map<uint32_t, std::string> texts_;
   std::map<std::string, uint32_t, std::less<>> words_;
 };
+
+template <class Taken>
+std::map<uint32_t, uint32_t> TextWords::move_to_top(Taken taken) {
+  std::map<uint32_t, uint32_t> moved;
+  std::map<uint32_t, std::string> texts;
+  uint32_t word = UINT32_MAX;
+  for (auto &[old, text] : texts_) {
+    while (taken(word)) --word;
+    moved[old] = word;
+    words_[text] = word;
+    texts[word--] = std::move(text);
+  }
+  texts_ = std::move(texts);
+  return moved;
+}
 
 struct Table {
   std::vector<vell::trie4_family::entry> v4;
   std::vector<vell::trie6_family::entry> v6;
   // Route tables: the next hops in the tool's words ("via 10.0.0.2 dev
-  // eth1", "unreachable").
+  // eth1", "unreachable"). No entry of another table holds one of their
+  // words (see keep_nexthops_apart).
   TextWords nexthops;
+  // Positions in v4 and v6 of the entries that routes added.
+  std::vector<size_t> route_entries[2];
   // Range files whose data are texts: the texts ("AU", "bogon").
   TextWords labels;
   // Clear bits beyond a prefix's length instead of refusing the prefix,
@@ -58,7 +80,14 @@ struct Table {
   size_t host_bits_masked = 0;
 
   void add(Family f, const Addr &addr, unsigned len, uint32_t data);
-  uint32_t nexthop_word(const std::string &text) { return nexthops.word(text); }
+  // Adds a route: its data word stands for the next hop, the same word for
+  // every route that shares it.
+  void add_route(Family f, const Addr &addr, unsigned len,
+                 const std::string &nexthop);
+  // When an entry of another table holds a next hop's word, gives every
+  // next hop a word no other entry holds, counting down from the largest,
+  // so that each answer still reads as its own table's.
+  void keep_nexthops_apart();
 };
 
 // ADDRESS/LEN or a bare ADDRESS (a host route), with no bits set beyond

@@ -1,5 +1,5 @@
 // How the tool words its answers and listings, as text or JSON lines: the
-// data word, or for a route table the next hop it stands for.
+// data word, or the text it stands for (a next hop, a label).
 #pragma once
 
 #include <stdint.h>
@@ -16,16 +16,14 @@ struct Words {
   const Table &table;
   bool json;
 
+  // True when a route table is among the tables.
   bool routes() const { return !table.nexthops.empty(); }
   // Whether data words stand for texts, and which.
   bool named() const { return routes() || !table.labels.empty(); }
-  const TextWords &names() const {
-    return routes() ? table.nexthops : table.labels;
-  }
   // The JSON member that names the text: "nexthop": or "label":.
   std::string key() const { return routes() ? "\"nexthop\": " : "\"label\": "; }
-  // The text that data word stands for ("?" for none).
-  const std::string &text(uint32_t data) const;
+  // The text that data word stands for; null for another table's word.
+  const std::string *text(uint32_t data) const;
   // One line of --list or --origin.
   std::string item(const std::string &prefix, uint32_t data) const;
   // One answer to the address `written` (as the user wrote it), whose
