@@ -82,6 +82,10 @@ typedef struct sc_btrie_item {
 } sc_btrie_item;
 
 #define SC_BTRIE_NO_PREFIX 0x3FFFFFu
+/* The most entries sc_btrie_construct takes, and the widest root_branch
+ * (the node word's branch field). */
+#define SC_BTRIE_MAX_ENTRIES 0x200000u
+#define SC_BTRIE_MAX_ROOT_BRANCH 31u
 
 sc_btrie *sc_btrie_construct(void *sz_ctx, const sc_btrie_entry *entries,
                              uint32_t n_entries, uint32_t fill_factor,
