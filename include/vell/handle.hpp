@@ -74,14 +74,23 @@ class host_array {
     }
     size_ = static_cast<uint32_t>(bytes);
   }
-  host_array(const host_array &) = delete;
-  host_array &operator=(const host_array &) = delete;
-  ~host_array() {
-    if (p_) __sc_kfree(p_, size_);
+  host_array(host_array &&o) noexcept
+      : p_(std::exchange(o.p_, nullptr)), size_(std::exchange(o.size_, 0)) {}
+  host_array &operator=(host_array &&o) noexcept {
+    if (this != &o) {
+      release();
+      p_ = std::exchange(o.p_, nullptr);
+      size_ = std::exchange(o.size_, 0);
+    }
+    return *this;
   }
+  ~host_array() { release(); }
   T *get() const noexcept { return p_; }
 
  private:
+  void release() noexcept {
+    if (p_) __sc_kfree(std::exchange(p_, nullptr), size_);
+  }
   T *p_ = nullptr;
   uint32_t size_ = 0;
 };
