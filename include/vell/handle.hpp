@@ -1,6 +1,7 @@
 // Ownership of C records, and the host services the C++ layer itself uses.
 #pragma once
 
+#include <inttypes.h>
 #include <stdint.h>
 
 #include <cstddef>
@@ -63,8 +64,7 @@ class host_array {
     uint64_t bytes = n * sizeof(T);
     if (n == 0) return;
     if (bytes / sizeof(T) != n || bytes > UINT32_MAX) {
-      report("vell: %llu elements do not fit a 32-bit block\n",
-             static_cast<unsigned long long>(n));
+      report("vell: %" PRIu64 " elements do not fit a 32-bit block\n", n);
       return;
     }
     p_ = static_cast<T *>(__sc_kmalloc(static_cast<uint32_t>(bytes)));

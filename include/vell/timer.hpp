@@ -138,7 +138,8 @@ class timer_set {
   [[nodiscard]] static std::optional<timer_set> create() noexcept {
     std::optional<sz_context> ctx = sz_context::create();
     if (!ctx) return std::nullopt;
-    return wrap(sc_ktimers_construct(ctx->get()), std::move(*ctx));
+    sc_ktimers *s = sc_ktimers_construct(ctx->get());
+    return wrap(s, std::move(*ctx));
   }
   timer_set(timer_set &&) noexcept = default;
   timer_set &operator=(timer_set &&o) noexcept {

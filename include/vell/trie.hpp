@@ -90,8 +90,7 @@ struct stored_lookups {
     typename F::key batch[kLookupBatch];
     uint32_t data[kLookupBatch];
     for (size_t i = 0; i < n; i += kLookupBatch) {
-      auto m =
-          static_cast<uint32_t>(n - i < kLookupBatch ? n - i : kLookupBatch);
+      auto m = static_cast<uint32_t>(std::min<uint64_t>(n - i, kLookupBatch));
       for (uint32_t j = 0; j < m; ++j)
         batch[j] = F::make_key(keys[i + j].words());
       Bulk(t, F::c_keys(batch), data, m);
