@@ -20,7 +20,7 @@ using fib_table =
 
 }  // namespace detail
 
-template <typename F>
+template <trie_family F>
 class basic_fib : public detail::fib_table<F> {
  public:
   // Compiles trie, which may then be destroyed first. Empty when the C

@@ -52,7 +52,7 @@ using live_table =
 
 }  // namespace detail
 
-template <typename F>
+template <trie_family F>
 class basic_live : private detail::live_table<F> {
   using lookups =
       detail::stored_lookups<F, F::live_lookup, F::live_lookup_bulk>;

@@ -143,7 +143,7 @@ using trie_table = lookup_table<F, typename F::trie, F::destruct, F::lpmatch,
 
 }  // namespace detail
 
-template <typename F>
+template <trie_family F>
 class basic_trie : public detail::trie_table<F> {
  public:
   using addr_type = typename F::addr;

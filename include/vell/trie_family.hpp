@@ -10,6 +10,7 @@
 #include <string.h>
 
 #include <array>
+#include <concepts>
 
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
@@ -155,5 +156,34 @@ struct trie6_family
     return reinterpret_cast<const uint32_t(*)[4]>(k);
   }
 };
+
+// What the handles (vell/trie.hpp, fib.hpp, live.hpp) ask of a family: a
+// family missing a member fails with the requirement it misses.
+template <typename F>
+concept trie_family = requires(const uint32_t *w, const typename F::key &k) {
+  typename F::trie;
+  typename F::iter;
+  typename F::item;
+  typename F::fib;
+  typename F::live;
+  typename F::addr;
+  { F::make_entry(w, 0u, 0u) } -> std::same_as<typename F::entry>;
+  F::make_key(w);
+  F::word_key(w);
+  F::c_key(k);
+  F::c_keys(&k);
+  F::construct;
+  F::destruct;
+  F::lpmatch;
+  F::lpmatch_bulk;
+  F::iter_construct;
+  F::iter_next;
+  F::iter_destruct;
+  F::memory_usage;
+  F::fib_construct;
+  F::live_construct;
+};
+
+static_assert(trie_family<trie4_family> && trie_family<trie6_family>);
 
 }  // namespace vell
