@@ -64,4 +64,40 @@ class sz_context {
   uint64_t (*destroy_)(void *) = nullptr;
 };
 
+namespace detail {
+
+// A C record (released with Destruct) and, when it was made on one of its
+// own, the context it draws on: the record goes first, on destruction and
+// on assignment. Tests false when it holds no record.
+template <typename T, auto Destruct>
+class record_on_context {
+ public:
+  record_on_context() = default;
+  explicit record_on_context(T *t) noexcept : t_(t) {}
+  // The record make(ctx) makes on a new context, which it then keeps;
+  // empty when either cannot be made.
+  template <typename Make>
+  static record_on_context on_own_context(Make make) noexcept {
+    std::optional<sz_context> ctx = sz_context::create();
+    if (!ctx) return {};
+    record_on_context r(make(ctx->get()));
+    if (r) r.ctx_ = std::move(*ctx);
+    return r;
+  }
+  record_on_context(record_on_context &&) noexcept = default;
+  record_on_context &operator=(record_on_context &&o) noexcept {
+    t_ = std::move(o.t_);
+    ctx_ = std::move(o.ctx_);
+    return *this;
+  }
+
+  explicit operator bool() const noexcept { return bool(t_); }
+  T *get() const noexcept { return t_.get(); }
+
+ private:
+  sz_context ctx_;
+  handle<T, Destruct> t_;
+};
+
+}  // namespace detail
 }  // namespace vell

@@ -102,26 +102,14 @@ class basic_hash_map {
   requires(!sized_classes || sizeof...(A) != 1)
       [[nodiscard]] static std::optional<basic_hash_map> create(
           A... args) noexcept {
-    typename F::table *t = hash_calls<F>::construct(args...);
-    if (!t) return std::nullopt;
-    return basic_hash_map(t);
+    return wrap(table(hash_calls<F>::construct(args...)));
   }
   // A khash_map of n_buckets on a size-class context of its own from the
   // default host module (vell/context.hpp), released with the map.
   [[nodiscard]] static std::optional<basic_hash_map> create(
       uint32_t n_buckets) noexcept requires sized_classes {
-    std::optional<sz_context> ctx = sz_context::create();
-    if (!ctx) return std::nullopt;
-    typename F::table *t = F::construct(n_buckets, ctx->get(), nullptr);
-    if (!t) return std::nullopt;
-    return basic_hash_map(t, std::move(*ctx));
-  }
-
-  basic_hash_map(basic_hash_map &&) noexcept = default;
-  basic_hash_map &operator=(basic_hash_map &&o) noexcept {
-    t_ = std::move(o.t_);  // the old table goes before its context
-    ctx_ = std::move(o.ctx_);
-    return *this;
+    return wrap(table::on_own_context(
+        [&](void *ctx) { return F::construct(n_buckets, ctx, nullptr); }));
   }
 
   explicit operator bool() const noexcept { return bool(t_); }
@@ -184,16 +172,18 @@ class basic_hash_map {
   typename F::table *get() const noexcept { return t_.get(); }
 
  private:
-  explicit basic_hash_map(typename F::table *t) noexcept : t_(t) {}
-  basic_hash_map(typename F::table *t, sz_context ctx) noexcept
-      : ctx_(std::move(ctx)), t_(t) {}
+  using table = detail::record_on_context<typename F::table, F::destruct>;
+  explicit basic_hash_map(table t) noexcept : t_(std::move(t)) {}
+  static std::optional<basic_hash_map> wrap(table t) noexcept {
+    if (!t) return std::nullopt;
+    return basic_hash_map(std::move(t));
+  }
   // The stored value's bytes (as the table holds them, unaligned), or null.
   void *value_bytes(const K &key) const noexcept {
     if (!t_) return nullptr;
     return const_cast<void *>(hash_calls<F>::find(t_.get(), &key, sizeof key));
   }
-  sz_context ctx_;  // the map's own context, outliving the table
-  handle<typename F::table, F::destruct> t_;
+  table t_;
 };
 
 template <byte_key K, byte_value V>

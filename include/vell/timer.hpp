@@ -131,21 +131,12 @@ class timer_set {
       detail::report("vell: a timer set needs a size-class context\n");
       return std::nullopt;
     }
-    return wrap(sc_ktimers_construct(sz_ctx), {});
+    return wrap(set(sc_ktimers_construct(sz_ctx)));
   }
   // A set on a size-class context of its own from the default host module
   // (vell/context.hpp), released with the set.
   [[nodiscard]] static std::optional<timer_set> create() noexcept {
-    std::optional<sz_context> ctx = sz_context::create();
-    if (!ctx) return std::nullopt;
-    sc_ktimers *s = sc_ktimers_construct(ctx->get());
-    return wrap(s, std::move(*ctx));
-  }
-  timer_set(timer_set &&) noexcept = default;
-  timer_set &operator=(timer_set &&o) noexcept {
-    s_ = std::move(o.s_);  // the old set goes before its context
-    ctx_ = std::move(o.ctx_);
-    return *this;
+    return wrap(set::on_own_context(sc_ktimers_construct));
   }
 
   explicit operator bool() const noexcept { return bool(s_); }
@@ -172,14 +163,13 @@ class timer_set {
   sc_ktimers *get() const noexcept { return s_.get(); }
 
  private:
-  timer_set(sc_ktimers *s, sz_context ctx) noexcept
-      : ctx_(std::move(ctx)), s_(s) {}
-  static std::optional<timer_set> wrap(sc_ktimers *s, sz_context ctx) noexcept {
+  using set = detail::record_on_context<sc_ktimers, sc_ktimers_destruct>;
+  explicit timer_set(set s) noexcept : s_(std::move(s)) {}
+  static std::optional<timer_set> wrap(set s) noexcept {
     if (!s) return std::nullopt;
-    return timer_set(s, std::move(ctx));
+    return timer_set(std::move(s));
   }
-  sz_context ctx_;  // the set's own context, outliving the set
-  handle<sc_ktimers, sc_ktimers_destruct> s_;
+  set s_;
 };
 
 }  // namespace vell
