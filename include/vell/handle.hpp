@@ -30,7 +30,7 @@ class handle {
 
   explicit operator bool() const noexcept { return p_ != nullptr; }
   T *get() const noexcept { return p_; }
-  T *release() noexcept { return std::exchange(p_, nullptr); }
+  [[nodiscard]] T *release() noexcept { return std::exchange(p_, nullptr); }
   void reset() noexcept {
     if (p_) Destruct(std::exchange(p_, nullptr));
   }
