@@ -15,6 +15,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/host/sc_host_default.h
         DESTINATION ${VELL_INSTALL_INCLUDEDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/README.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/copyright
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/vell-ds)
 
 install(EXPORT vell-ds-targets NAMESPACE vell-ds::
         DESTINATION ${VELL_CMAKE_DIR})
@@ -48,6 +50,7 @@ if(vell_top_level)
       ${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_PROCESSOR})
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SECTION libs)
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6, libstdc++6, libgcc-s1")
+  # Depends comes from what the installed programs and libraries link.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   include(CPack)
 endif()

@@ -209,6 +209,8 @@ void sc_host_set_diag_handler(sc_host_diag_handler *handler) {
   diag_handler = handler;
 }
 
+sc_host_diag_handler *sc_host_get_diag_handler(void) { return diag_handler; }
+
 int __sc_print_prefix(int level, const char *file, int line) {
   if (diag_handler) {
     diag_origin.level = level;

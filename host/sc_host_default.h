@@ -50,6 +50,8 @@ void sc_host_set_debug_level(int level);
 typedef void sc_host_diag_handler(int level, const char *file, int line,
                                   const char *msg);
 void sc_host_set_diag_handler(sc_host_diag_handler *handler);
+/* The handler set, or null for stderr; lets a caller restore it. */
+sc_host_diag_handler *sc_host_get_diag_handler(void);
 
 #ifdef __cplusplus
 }

@@ -82,6 +82,10 @@ typedef struct sc_btrie_item {
 } sc_btrie_item;
 
 #define SC_BTRIE_NO_PREFIX 0x3FFFFFu
+/* The most entries sc_btrie_construct takes, and the widest root_branch
+ * (the node word's branch field). */
+#define SC_BTRIE_MAX_ENTRIES 0x200000u
+#define SC_BTRIE_MAX_ROOT_BRANCH 31u
 
 sc_btrie *sc_btrie_construct(void *sz_ctx, const sc_btrie_entry *entries,
                              uint32_t n_entries, uint32_t fill_factor,
@@ -173,9 +177,8 @@ void sc_btrie_live_reader_unregister(sc_btrie_live *live, int reader);
 void sc_btrie_live_quiescent(sc_btrie_live *live, int reader);
 /* registered readers only */
 uint32_t sc_btrie_live_lookup(const sc_btrie_live *live, uint32_t key);
-void sc_btrie_live_lookup_bulk(const sc_btrie_live *live,
-                               const uint32_t *keys, uint32_t *data,
-                               uint32_t n);
+void sc_btrie_live_lookup_bulk(const sc_btrie_live *live, const uint32_t *keys,
+                               uint32_t *data, uint32_t n);
 
 #ifdef __cplusplus
 }

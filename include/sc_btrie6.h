@@ -64,6 +64,10 @@ typedef struct sc_btrie6_item {
 } sc_btrie6_item;
 
 #define SC_BTRIE6_NO_PREFIX 0x1FFFFFu
+/* The most entries sc_btrie6_construct takes, and the widest root_branch
+ * (the node word's branch field). */
+#define SC_BTRIE6_MAX_ENTRIES 0x100000u
+#define SC_BTRIE6_MAX_ROOT_BRANCH 15u
 
 sc_btrie6 *sc_btrie6_construct(void *sz_ctx, const sc_btrie6_entry *entries,
                                uint32_t n_entries, uint32_t fill_factor,

@@ -33,12 +33,18 @@ typedef struct sc_khash_element {
 /* An element's key bytes (ksz of them) and value bytes (vsz of them).
  * Defined here and not exported by the library; the parenthesised names
  * mark them as header-only. */
+#ifdef __cplusplus /* the cast C++ warnings accept */
+#define SC_KHASH_BYTES_(e) reinterpret_cast<char *>(e)
+#else
+#define SC_KHASH_BYTES_(e) ((char *)(e))
+#endif
 static inline void *(sc_khash_element_key)(sc_khash_element *e) {
-  return (char *)e + sizeof *e;
+  return SC_KHASH_BYTES_(e) + sizeof *e;
 }
 static inline void *(sc_khash_element_val)(sc_khash_element *e) {
-  return (char *)e + sizeof *e + ((e->ksz + 3u) & ~3u);
+  return SC_KHASH_BYTES_(e) + sizeof *e + ((e->ksz + 3u) & ~3u);
 }
+#undef SC_KHASH_BYTES_
 
 typedef struct sc_khash {
   sc_khash_element **buckets;

@@ -1,7 +1,7 @@
 // IPv4 and IPv6 addresses and prefixes as values: parsed from and formatted
-// to text, converted from and to in_addr / in6_addr (network byte order)
-// and to the tries' keys (32-bit words in host order, most significant
-// first), compared and hashed.
+// to text (also written to streams), converted from and to in_addr / in6_addr
+// (network byte order) and to the tries' keys (32-bit words in host order, most
+// significant first), compared and hashed.
 #pragma once
 
 #include <arpa/inet.h>
@@ -13,6 +13,7 @@
 #include <compare>
 #include <cstddef>
 #include <functional>
+#include <iosfwd>
 #include <optional>
 #include <string_view>
 
@@ -93,11 +94,17 @@ class basic_addr {
 
   friend constexpr auto operator<=>(const basic_addr &,
                                     const basic_addr &) = default;
+  // Writes text().
+  template <typename Traits>
+  friend std::basic_ostream<char, Traits> &operator<<(
+      std::basic_ostream<char, Traits> &os, const basic_addr &a) {
+    return os << a.text().c_str();
+  }
 
   constexpr size_t hash() const noexcept {
     uint64_t h = 0;
     for (uint32_t w : w_) h = (h ^ w) * 0x9E3779B97F4A7C15ull;
-    return static_cast<size_t>(h ^ h >> 32);
+    return std::hash<uint64_t>{}(h ^ h >> 32);
   }
 
  private:
@@ -150,6 +157,12 @@ class basic_prefix {
 
   friend constexpr auto operator<=>(const basic_prefix &,
                                     const basic_prefix &) = default;
+  // Writes text().
+  template <typename Traits>
+  friend std::basic_ostream<char, Traits> &operator<<(
+      std::basic_ostream<char, Traits> &os, const basic_prefix &p) {
+    return os << p.text().c_str();
+  }
 
  private:
   constexpr basic_prefix(const Addr &a, unsigned len) noexcept

@@ -4,10 +4,15 @@
 // addresses and prefixes, and ranges. Header-only; it calls the C
 // functions of libvell-ds.so, adds no symbol to it and throws nothing of
 // its own. Constructors that can fail return std::optional (or, for
-// timers, a handle that tests false); the library reports why.
+// timers, a handle that tests false); the library reports why, and a
+// diag_capture hands the reason to the code. Size-class contexts and the
+// capture are the default host module's (vell/context.hpp,
+// vell/diagnostics.hpp).
 #pragma once
 
 #include "vell/addr.hpp"
+#include "vell/context.hpp"
+#include "vell/diagnostics.hpp"
 #include "vell/fib.hpp"
 #include "vell/handle.hpp"
 #include "vell/hash.hpp"

@@ -20,13 +20,13 @@ using fib_table =
 
 }  // namespace detail
 
-template <typename F>
+template <trie_family F>
 class basic_fib : public detail::fib_table<F> {
  public:
   // Compiles trie, which may then be destroyed first. Empty when the C
   // compile fails (reported by the library).
-  static std::optional<basic_fib> compile(const basic_trie<F> &trie,
-                                          void *sz_ctx = nullptr) noexcept {
+  [[nodiscard]] static std::optional<basic_fib> compile(
+      const basic_trie<F> &trie, void *sz_ctx = nullptr) noexcept {
     // The trie's words are data + 1, so a miss answering 0 decodes as the
     // trie's own lookups do.
     typename F::fib *f = F::fib_construct(sz_ctx, trie.get(), 0);

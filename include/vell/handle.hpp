@@ -1,6 +1,7 @@
 // Ownership of C records, and the host services the C++ layer itself uses.
 #pragma once
 
+#include <inttypes.h>
 #include <stdint.h>
 
 #include <cstddef>
@@ -29,7 +30,7 @@ class handle {
 
   explicit operator bool() const noexcept { return p_ != nullptr; }
   T *get() const noexcept { return p_; }
-  T *release() noexcept { return std::exchange(p_, nullptr); }
+  [[nodiscard]] T *release() noexcept { return std::exchange(p_, nullptr); }
   void reset() noexcept {
     if (p_) Destruct(std::exchange(p_, nullptr));
   }
@@ -63,8 +64,7 @@ class host_array {
     uint64_t bytes = n * sizeof(T);
     if (n == 0) return;
     if (bytes / sizeof(T) != n || bytes > UINT32_MAX) {
-      report("vell: %llu elements do not fit a 32-bit block\n",
-             static_cast<unsigned long long>(n));
+      report("vell: %" PRIu64 " elements do not fit a 32-bit block\n", n);
       return;
     }
     p_ = static_cast<T *>(__sc_kmalloc(static_cast<uint32_t>(bytes)));
@@ -74,14 +74,23 @@ class host_array {
     }
     size_ = static_cast<uint32_t>(bytes);
   }
-  host_array(const host_array &) = delete;
-  host_array &operator=(const host_array &) = delete;
-  ~host_array() {
-    if (p_) __sc_kfree(p_, size_);
+  host_array(host_array &&o) noexcept
+      : p_(std::exchange(o.p_, nullptr)), size_(std::exchange(o.size_, 0)) {}
+  host_array &operator=(host_array &&o) noexcept {
+    if (this != &o) {
+      release();
+      p_ = std::exchange(o.p_, nullptr);
+      size_ = std::exchange(o.size_, 0);
+    }
+    return *this;
   }
+  ~host_array() { release(); }
   T *get() const noexcept { return p_; }
 
  private:
+  void release() noexcept {
+    if (p_) __sc_kfree(std::exchange(p_, nullptr), size_);
+  }
   T *p_ = nullptr;
   uint32_t size_ = 0;
 };

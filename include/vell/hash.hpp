@@ -7,20 +7,22 @@
 //   ordered_hash_map  sc_ohash: insertion order, grow / shrink
 //   khash_map         sc_khash: size-class allocator, bucket order
 //
-// In all three, erase of the key just delivered by the iteration is allowed
-// while iterating; erasing any other key or inserting during a walk is not.
+// items() copies the elements out in the table's order, so the map may
+// change while its copy is walked.
 #pragma once
 
 #include <stdint.h>
 #include <string.h>
 
+#include <concepts>
 #include <optional>
 #include <type_traits>
 #include <utility>
 
+#include "vell/context.hpp"
 #include "vell/handle.hpp"
 #include "vell/hash_family.hpp"
-#include "vell/walk.hpp"
+#include "vell/snapshot.hpp"
 
 namespace vell {
 
@@ -82,8 +84,12 @@ struct hash_calls {
   }
 };
 
+// Move-only; tests false after a move, and then reads as empty and refuses
+// every change.
 template <typename F, byte_key K, byte_value V>
 class basic_hash_map {
+  static constexpr bool sized_classes = std::is_same_v<F, khash_family>;
+
  public:
   using key_type = K;
   using mapped_type = V;
@@ -93,56 +99,91 @@ class basic_hash_map {
   // ordered_hash_map (hint, list name), khash_map (bucket count,
   // size-class context). Empty when the table cannot be made.
   template <typename... A>
-  static std::optional<basic_hash_map> create(A... args) noexcept {
-    typename F::table *t = hash_calls<F>::construct(args...);
-    if (!t) return std::nullopt;
-    return basic_hash_map(t);
+  requires(!sized_classes || sizeof...(A) != 1)
+      [[nodiscard]] static std::optional<basic_hash_map> create(
+          A... args) noexcept {
+    return wrap(table(hash_calls<F>::construct(args...)));
   }
+  // A khash_map of n_buckets on a size-class context of its own from the
+  // default host module (vell/context.hpp), released with the map.
+  [[nodiscard]] static std::optional<basic_hash_map> create(
+      uint32_t n_buckets) noexcept requires sized_classes {
+    return wrap(table::on_own_context(
+        [&](void *ctx) { return F::construct(n_buckets, ctx, nullptr); }));
+  }
+
+  explicit operator bool() const noexcept { return bool(t_); }
 
   // Stores value under key, replacing an earlier value; false (the map
   // unchanged) when the element cannot be allocated.
-  bool insert_or_assign(const K &key, const V &value) noexcept {
-    return hash_calls<F>::insert(t_.get(), &key, sizeof key, &value,
-                                 sizeof value);
+  [[nodiscard]] bool insert_or_assign(const K &key, const V &value) noexcept {
+    return t_ && hash_calls<F>::insert(t_.get(), &key, sizeof key, &value,
+                                       sizeof value);
   }
-  std::optional<V> find(const K &key) const noexcept {
-    const void *v = hash_calls<F>::find(t_.get(), &key, sizeof key);
-    if (!v) return std::nullopt;
-    V out;
-    memcpy(&out, v, sizeof out);
-    return out;
-  }
-  bool contains(const K &key) const noexcept {
-    return hash_calls<F>::find(t_.get(), &key, sizeof key) != nullptr;
-  }
-  bool erase(const K &key) noexcept {
-    return hash_calls<F>::erase(t_.get(), &key, sizeof key);
-  }
-  void clear() noexcept { F::delete_all(t_.get()); }
-  uint32_t size() const noexcept { return F::nelements(t_.get()); }
-  bool empty() const noexcept { return size() == 0; }
-
- private:
-  static bool step(typename F::iter *it, value_type &kv) noexcept {
-    void *k, *v;
-    if (F::iter_next(it, &k, nullptr, &v, nullptr) != 0) return false;
-    memcpy(&kv.first, k, sizeof(K));
-    memcpy(&kv.second, v, sizeof(V));
+  // Calls fn(value) on the value under key and stores the result in place;
+  // a value-initialised V is inserted first when the key is absent. False
+  // (the map unchanged) when that insert fails.
+  template <std::invocable<V &> Fn>
+  [[nodiscard]] bool update(const K &key, Fn &&fn) noexcept {
+    void *at = value_bytes(key);
+    V v{};
+    if (at) memcpy(&v, at, sizeof v);
+    fn(v);
+    if (!at) return insert_or_assign(key, v);
+    memcpy(at, &v, sizeof v);
     return true;
   }
+  [[nodiscard]] std::optional<V> find(const K &key) const noexcept {
+    const void *at = value_bytes(key);
+    if (!at) return std::nullopt;
+    V out;
+    memcpy(&out, at, sizeof out);
+    return out;
+  }
+  [[nodiscard]] bool contains(const K &key) const noexcept {
+    return value_bytes(key) != nullptr;
+  }
+  // True when the key was there.
+  bool erase(const K &key) noexcept {
+    return t_ && hash_calls<F>::erase(t_.get(), &key, sizeof key);
+  }
+  void clear() noexcept {
+    if (t_) F::delete_all(t_.get());
+  }
+  uint32_t size() const noexcept { return t_ ? F::nelements(t_.get()) : 0; }
+  bool empty() const noexcept { return size() == 0; }
 
- public:
-  // A single pass over the elements (see walk).
-  using item_range = walk<typename F::iter, F::iter_destruct, value_type, step>;
-  item_range items() noexcept {
-    return item_range(F::iter_construct(t_.get()));
+  // Copies of every element, in the table's order (see snapshot). Tests
+  // false (and is empty) when the map tests false or memory runs out.
+  using item_range = snapshot<value_type>;
+  [[nodiscard]] item_range items() const noexcept {
+    if (!t_) return {};
+    handle<typename F::iter, F::iter_destruct> it(F::iter_construct(t_.get()));
+    if (!it) return {};
+    return item_range::read(size(), [&](value_type &kv) {
+      void *k, *v;
+      if (F::iter_next(it.get(), &k, nullptr, &v, nullptr) != 0) return false;
+      memcpy(&kv.first, k, sizeof(K));
+      memcpy(&kv.second, v, sizeof(V));
+      return true;
+    });
   }
 
   typename F::table *get() const noexcept { return t_.get(); }
 
  private:
-  explicit basic_hash_map(typename F::table *t) noexcept : t_(t) {}
-  handle<typename F::table, F::destruct> t_;
+  using table = detail::record_on_context<typename F::table, F::destruct>;
+  explicit basic_hash_map(table t) noexcept : t_(std::move(t)) {}
+  static std::optional<basic_hash_map> wrap(table t) noexcept {
+    if (!t) return std::nullopt;
+    return basic_hash_map(std::move(t));
+  }
+  // The stored value's bytes (as the table holds them, unaligned), or null.
+  void *value_bytes(const K &key) const noexcept {
+    if (!t_) return nullptr;
+    return const_cast<void *>(hash_calls<F>::find(t_.get(), &key, sizeof key));
+  }
+  table t_;
 };
 
 template <byte_key K, byte_value V>

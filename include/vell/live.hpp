@@ -39,7 +39,8 @@ namespace vell {
 enum class removal {
   removed,      // staged: gone from the table at the next publish
   not_present,  // neither published nor staged; nothing staged
-  refused,      // not staged: a bad prefix (reported by the library)
+  refused,      // not staged: a bad prefix (reported by the library) or
+                // a table that tests false
 };
 
 namespace detail {
@@ -51,7 +52,7 @@ using live_table =
 
 }  // namespace detail
 
-template <typename F>
+template <trie_family F>
 class basic_live : private detail::live_table<F> {
   using lookups =
       detail::stored_lookups<F, F::live_lookup, F::live_lookup_bulk>;
@@ -76,12 +77,13 @@ class basic_live : private detail::live_table<F> {
   // refuses (no memory, reported by it).
   [[nodiscard]] bool set(const prefix_type &prefix, uint32_t data) noexcept {
     uint32_t word;
-    if (!detail::stored_word(data, word)) return false;
+    if (!*this || !detail::stored_word(data, word)) return false;
     return F::live_set(this->get(), F::word_key(prefix.address().words()),
                        prefix.length(), word) == 0;
   }
   // Stages the removal of prefix, published or staged.
   [[nodiscard]] removal remove(const prefix_type &prefix) noexcept {
+    if (!*this) return removal::refused;
     int r = F::live_remove(this->get(), F::word_key(prefix.address().words()),
                            prefix.length());
     return r == 0   ? removal::removed
@@ -92,10 +94,14 @@ class basic_live : private detail::live_table<F> {
   // (reported by the library): readers keep the previous version and the
   // changes stay staged, so a later publish may retry.
   [[nodiscard]] bool publish() noexcept {
-    return F::live_publish(this->get()) == 0;
+    return *this && F::live_publish(this->get()) == 0;
   }
   // Prefixes held, staged changes included.
-  uint32_t size() const noexcept { return F::live_size(this->get()); }
+  uint32_t size() const noexcept {
+    return *this ? F::live_size(this->get()) : 0;
+  }
+  // False after a move; such a table refuses every change.
+  using detail::live_table<F>::operator bool;
   using detail::live_table<F>::memory_usage;
   using detail::live_table<F>::get;
 
@@ -133,10 +139,13 @@ class basic_live : private detail::live_table<F> {
     }
 
     // Declares that this reader keeps nothing from its earlier lookups.
-    void quiescent() noexcept { F::live_quiescent(t_, slot_); }
+    void quiescent() noexcept {
+      if (t_) F::live_quiescent(t_, slot_);
+    }
     // The data word of the longest published prefix covering a, or
     // nullopt.
-    std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
+    [[nodiscard]] std::optional<uint32_t> lookup(
+        const addr_type &a) const noexcept {
       return lookups::one(t_, a);
     }
     // out[i] = lookup(keys[i]) for every i below the smaller size, the

@@ -10,15 +10,17 @@
 
 #include <stdint.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <ranges>
 #include <span>
+#include <utility>
 
 #include "vell/addr.hpp"
 #include "vell/handle.hpp"
+#include "vell/snapshot.hpp"
 #include "vell/trie_family.hpp"
-#include "vell/walk.hpp"
 
 namespace vell {
 
@@ -47,8 +49,24 @@ inline bool stored_word(uint32_t data, uint32_t &word) noexcept {
   return true;
 }
 
+// A data word a caller may hand to build: a type whose every value
+// converts to uint32_t without narrowing (uint64_t, int and double do not).
+template <typename W>
+concept lossless_word = requires(W w) {
+  uint32_t{w};
+};
+
+// The type of the second name a structured binding gives an element of a
+// route range (its data word).
+template <typename E>
+auto bound_word(const E &e) {
+  const auto &[prefix, data] = e;
+  return data;
+}
+
 // Lookups through a C table's Single and Bulk calls of the words stored
-// as data + 1: std::nullopt for 0, the data word otherwise.
+// as data + 1: std::nullopt for 0, the data word otherwise; a table that
+// tests false (moved from) answers std::nullopt for every key.
 template <typename F, auto Single, auto Bulk>
 struct stored_lookups {
   using addr_type = typename F::addr;
@@ -56,6 +74,7 @@ struct stored_lookups {
   template <typename Table>
   static std::optional<uint32_t> one(const Table *t,
                                      const addr_type &a) noexcept {
+    if (!t) return std::nullopt;
     return decode(Single(t, F::word_key(a.words())));
   }
   // out[i] = one(t, keys[i]) for every i below the smaller size, the walks
@@ -64,11 +83,14 @@ struct stored_lookups {
   static void many(const Table *t, std::span<const addr_type> keys,
                    std::span<std::optional<uint32_t>> out) noexcept {
     size_t n = keys.size() < out.size() ? keys.size() : out.size();
+    if (!t) {
+      for (size_t i = 0; i < n; ++i) out[i].reset();
+      return;
+    }
     typename F::key batch[kLookupBatch];
     uint32_t data[kLookupBatch];
     for (size_t i = 0; i < n; i += kLookupBatch) {
-      auto m =
-          static_cast<uint32_t>(n - i < kLookupBatch ? n - i : kLookupBatch);
+      auto m = static_cast<uint32_t>(std::min<uint64_t>(n - i, kLookupBatch));
       for (uint32_t j = 0; j < m; ++j)
         batch[j] = F::make_key(keys[i + j].words());
       Bulk(t, F::c_keys(batch), data, m);
@@ -93,8 +115,11 @@ class lookup_table {
  public:
   using addr_type = typename F::addr;
 
+  // False after a move; such a table answers every lookup with nullopt.
+  explicit operator bool() const noexcept { return bool(t_); }
   // The data word of the longest stored prefix covering a, or nullopt.
-  std::optional<uint32_t> lookup(const addr_type &a) const noexcept {
+  [[nodiscard]] std::optional<uint32_t> lookup(
+      const addr_type &a) const noexcept {
     return lookups::one(t_.get(), a);
   }
   // out[i] = lookup(keys[i]) for every i below the smaller size.
@@ -102,7 +127,7 @@ class lookup_table {
               std::span<std::optional<uint32_t>> out) const noexcept {
     lookups::many(t_.get(), keys, out);
   }
-  uint32_t memory_usage() const noexcept { return Memory(t_.get()); }
+  uint32_t memory_usage() const noexcept { return t_ ? Memory(t_.get()) : 0; }
   Table *get() const noexcept { return t_.get(); }
 
  protected:
@@ -118,7 +143,7 @@ using trie_table = lookup_table<F, typename F::trie, F::destruct, F::lpmatch,
 
 }  // namespace detail
 
-template <typename F>
+template <trie_family F>
 class basic_trie : public detail::trie_table<F> {
  public:
   using addr_type = typename F::addr;
@@ -130,12 +155,14 @@ class basic_trie : public detail::trie_table<F> {
   static constexpr uint32_t max_data = detail::kMaxData;
 
   // Builds a trie from a forward range of (prefix, data word) pairs: any
-  // element a structured binding splits into a prefix_type and a word.
-  // Empty when a data word exceeds max_data (reported) or the C build
-  // fails (reported by the library).
+  // element a structured binding splits into a prefix_type and a word whose
+  // type converts to uint32_t without loss. Empty when a data word exceeds
+  // max_data (reported) or the C build fails (reported by the library).
   template <std::ranges::forward_range R>
-  static std::optional<basic_trie> build(R &&routes,
-                                         const trie_options &o = {}) noexcept {
+  requires detail::lossless_word<decltype(detail::bound_word(
+      std::declval<std::ranges::range_reference_t<R>>()))>
+  [[nodiscard]] static std::optional<basic_trie> build(
+      R &&routes, const trie_options &o = {}) noexcept {
     auto n = static_cast<uint64_t>(std::ranges::distance(routes));
     detail::host_array<typename F::entry> entries(n);
     if (n && !entries.get()) return std::nullopt;
@@ -152,20 +179,39 @@ class basic_trie : public detail::trie_table<F> {
     return basic_trie(t);
   }
 
- private:
-  static bool step(typename F::iter *it, route &r) noexcept {
+  // Every stored route once, in address order (shorter prefixes first at
+  // one address), copied out of the trie. Tests false (and is empty) when
+  // the trie tests false or memory runs out (reported).
+  using route_range = snapshot<route>;
+  [[nodiscard]] route_range routes() const noexcept {
+    // The C iterator hands each enclosing prefix out again under every
+    // stored prefix beneath it: one pass counts, one copies, and sorting
+    // brings the repeats together.
+    using iter_handle = handle<typename F::iter, F::iter_destruct>;
+    if (!*this) return {};
     typename F::item item;
-    if (F::iter_next(it, &item) != 0) return false;
-    addr_type a = addr_type(item.addr).masked(item.len);
-    r = {*prefix_type::make(a, item.len), item.data - 1};
-    return true;
-  }
-
- public:
-  // A single pass over the stored routes (see walk).
-  using route_range = walk<typename F::iter, F::iter_destruct, route, step>;
-  route_range routes() const noexcept {
-    return route_range(F::iter_construct(this->get()));
+    uint64_t n = 0;
+    iter_handle counter(F::iter_construct(this->get()));
+    if (!counter) return {};
+    while (F::iter_next(counter.get(), &item) == 0) ++n;
+    iter_handle it(F::iter_construct(this->get()));
+    if (!it) return {};
+    route_range r = route_range::read(n, [&](route &out) {
+      if (F::iter_next(it.get(), &item) != 0) return false;
+      addr_type a = addr_type(item.addr).masked(item.len);
+      out = {*prefix_type::make(a, item.len), item.data - 1};
+      return true;
+    });
+    auto before = [](const route &x, const route &y) {
+      return x.prefix < y.prefix;
+    };
+    auto same = [](const route &x, const route &y) {
+      return x.prefix == y.prefix;
+    };
+    std::sort(r.data(), r.data() + r.size(), before);
+    r.truncate(static_cast<uint32_t>(
+        std::unique(r.data(), r.data() + r.size(), same) - r.data()));
+    return r;
   }
 
  private:

@@ -10,6 +10,7 @@
 #include <string.h>
 
 #include <array>
+#include <concepts>
 
 #include "sc_btrie.h"
 #include "sc_btrie6.h"
@@ -27,12 +28,15 @@ struct trie_family_words {
   // The prefix link that names no enclosing prefix.
   static constexpr uint32_t no_prefix = NoPrefix;
 
-  // The entry for the prefix of `len` bits at the address words w.
+  // The entry for the prefix of `len` bits at the address words w. A
+  // length past the address stays past it in the narrow len field (as
+  // bits + 1), so the build refuses the entry rather than taking a wrapped
+  // short prefix.
   static entry make_entry(const uint32_t *w, uint32_t len,
                           uint32_t data) noexcept {
     entry e{};
     memcpy(&e.addr, w, sizeof e.addr);
-    e.len = len & (2 * bits - 1);  // the len field: 6 bits, or 8 for IPv6
+    e.len = (len <= bits ? len : bits + 1) & (2 * bits - 1);
     e.prefix = no_prefix;
     e.data = data;
     return e;
@@ -56,8 +60,8 @@ struct trie4_family
   using addr = ipv4_addr;
   using key = uint32_t;  // one lookup key, as stored by callers
   static constexpr const char *name = "sc_btrie";
-  static constexpr uint32_t max_root_branch = 31;  // the branch field
-  static constexpr uint32_t max_entries = 0x200000;
+  static constexpr uint32_t max_root_branch = SC_BTRIE_MAX_ROOT_BRANCH;
+  static constexpr uint32_t max_entries = SC_BTRIE_MAX_ENTRIES;
 
   static constexpr auto construct = sc_btrie_construct;
   static constexpr auto destruct = sc_btrie_destruct;
@@ -109,8 +113,8 @@ struct trie6_family
   using addr = ipv6_addr;
   using key = std::array<uint32_t, 4>;
   static constexpr const char *name = "sc_btrie6";
-  static constexpr uint32_t max_root_branch = 15;  // the branch field
-  static constexpr uint32_t max_entries = 0x100000;
+  static constexpr uint32_t max_root_branch = SC_BTRIE6_MAX_ROOT_BRANCH;
+  static constexpr uint32_t max_entries = SC_BTRIE6_MAX_ENTRIES;
 
   static constexpr auto construct = sc_btrie6_construct;
   static constexpr auto destruct = sc_btrie6_destruct;
@@ -152,5 +156,34 @@ struct trie6_family
     return reinterpret_cast<const uint32_t(*)[4]>(k);
   }
 };
+
+// What the handles (vell/trie.hpp, fib.hpp, live.hpp) ask of a family: a
+// family missing a member fails with the requirement it misses.
+template <typename F>
+concept trie_family = requires(const uint32_t *w, const typename F::key &k) {
+  typename F::trie;
+  typename F::iter;
+  typename F::item;
+  typename F::fib;
+  typename F::live;
+  typename F::addr;
+  { F::make_entry(w, 0u, 0u) } -> std::same_as<typename F::entry>;
+  F::make_key(w);
+  F::word_key(w);
+  F::c_key(k);
+  F::c_keys(&k);
+  F::construct;
+  F::destruct;
+  F::lpmatch;
+  F::lpmatch_bulk;
+  F::iter_construct;
+  F::iter_next;
+  F::iter_destruct;
+  F::memory_usage;
+  F::fib_construct;
+  F::live_construct;
+};
+
+static_assert(trie_family<trie4_family> && trie_family<trie6_family>);
 
 }  // namespace vell

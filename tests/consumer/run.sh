@@ -46,10 +46,15 @@ libdir=$(pkg-config --variable=libdir vell-ds)
 cc -std=c99 -Wall -Werror "$here/consumer.c" -o "$work/consumer-c" \
   $(pkg-config --cflags --libs vell-ds-host) -Wl,-rpath,"$libdir"
 expect "consumer-c ok" "$work/consumer-c"
-# shellcheck disable=SC2046
-c++ -std=c++20 -Wall -Werror "$here/consumer.cpp" -o "$work/consumer-cpp" \
-  $(pkg-config --cflags --libs vell-ds-host) -Wl,-rpath,"$libdir"
-expect "consumer $version ok" "$work/consumer-cpp"
+# Both compilers, the headers found with a plain -I (not as system headers,
+# whose warnings are hidden).
+for cxx in "g++ -Wuseless-cast" "clang++"; do
+  # shellcheck disable=SC2046,SC2086
+  $cxx -std=c++20 -Wall -Wextra -Wold-style-cast -Werror "$here/consumer.cpp" \
+    -o "$work/consumer-cpp" $(pkg-config --cflags --libs vell-ds-host) \
+    -Wl,-rpath,"$libdir"
+  expect "consumer $version ok" "$work/consumer-cpp"
+done
 
 step "add_subdirectory"
 cmake -S "$here" -B "$work/sub" -DVELL_DS_SOURCE="$src" >/dev/null
@@ -62,4 +67,11 @@ tar tzf "$work"/packages/vell-ds-*.tar.gz >"$work/tgz.list"
 grep -q '/bin/vell-lpm$' "$work/tgz.list"
 dpkg-deb -c "$work"/packages/vell-ds_*.deb >"$work/deb.list"
 grep -q '/include/vell-ds/vell/ds.hpp$' "$work/deb.list"
+grep -q '/usr/share/doc/vell-ds/copyright$' "$work/deb.list"
+# Depends names the shared libraries the programs link (vell-lpm's zlib and
+# libbz2 among them).
+depends=$(dpkg-deb -f "$work"/packages/vell-ds_*.deb Depends)
+for lib in libc6 zlib1g libbz2; do
+  [[ $depends == *"$lib"* ]] || { echo "Depends lacks $lib: $depends"; exit 1; }
+done
 echo "consumers built and ran against the installed package"

@@ -1,7 +1,9 @@
-// The vector and the list as standard ranges: algorithms, moves, erase
-// while walking, and every failure.
+// The vector and the list as standard ranges: algorithms, sizes and
+// slots, fixed capacity, moves and moved-from handles, erase while
+// walking, const access, and every failure.
 #include <algorithm>
 #include <ranges>
+#include <type_traits>
 #include <vector>
 
 #include "test_host.h"
@@ -31,9 +33,37 @@ TEST_F(CppContainer, TheVectorIsAContiguousRange) {
     vell::vector<Point> moved = std::move(*v);
     EXPECT_TRUE(std::equal(moved.begin(), moved.begin() + 50, copy->begin(),
                            copy->end()));
-    auto fixed = vell::vector<int>::create_fixed(2);
-    while (fixed->size() < fixed->capacity()) ASSERT_TRUE(fixed->push_back(1));
-    EXPECT_FALSE(fixed->push_back(2));
+    // A moved-from vector is empty and takes nothing.
+    EXPECT_FALSE(*v || v->size() || v->begin() != v->end() ||
+                 v->push_back({}) || v->resize(2) || v->reserve(2));
+
+    // Sizes and slots: resize both ways, pop, clear, reserve, shrink.
+    ASSERT_TRUE(moved.resize(50) && moved.resize(52, {7, 7}) &&
+                moved.resize(51));
+    EXPECT_EQ(moved[50], (Point{7, 7}));
+    moved.pop_back();
+    EXPECT_EQ(moved.size(), 50u);
+    ASSERT_TRUE(moved.reserve(500));
+    EXPECT_GE(moved.capacity(), 500u);
+    EXPECT_EQ(moved.size(), 50u);
+    moved.clear();
+    ASSERT_TRUE(moved.empty() && moved.push_back({1, 1}) &&
+                moved.shrink_to_fit());
+    EXPECT_LT(moved.capacity(), 500u);
+    EXPECT_EQ(moved[0], (Point{1, 1}));
+
+    // A fixed vector holds what was asked, whatever the C vector rounds up
+    // to, however the elements come.
+    auto fixed = vell::vector<int>::create_fixed(3);
+    ASSERT_TRUE(fixed && fixed->resize(2) && fixed->push_back(1));
+    EXPECT_EQ(fixed->capacity(), 3u);
+    EXPECT_FALSE(fixed->push_back(2) || fixed->append(*fixed) ||
+                 fixed->resize(4) || fixed->reserve(4));
+    EXPECT_EQ(fixed->size(), 3u);
+    auto fixed_copy = fixed->copy();
+    fixed->pop_back();
+    EXPECT_FALSE(fixed_copy->push_back(2));
+    EXPECT_TRUE(fixed->push_back(2));
   }
   // Each allocation fails in turn: the vector keeps what it had.
   th::sweep([](long) {
@@ -78,6 +108,24 @@ TEST_F(CppContainer, ListElementsOnTwoListsWalkBothWays) {
   EXPECT_EQ(all->pop_front()->id, 1);
   vell::list<Item> moved = std::move(*all);
   EXPECT_EQ(ids(moved), (std::vector<int>{2, 0, 4, 5, 3}));
+  // splice_back moves every element over, in order; a moved-from list is
+  // empty and links nothing.
+  auto more = vell::list<Item>::create("more");
+  ASSERT_TRUE(more);
+  Item extra(9);
+  more->push_back(extra);
+  moved.splice_back(*more);
+  EXPECT_TRUE(more->empty());
+  all->push_back(extra);
+  all->splice_back(moved);
+  EXPECT_FALSE(*all || all->size() || all->front() || all->pop_back() ||
+               all->begin() != all->end());
+  // A const list hands out const elements.
+  const vell::list<Item> &read = moved;
+  static_assert(std::is_same_v<decltype(*read.begin()), const Item &>);
+  static_assert(std::is_same_v<decltype(read.front()), const Item *>);
+  EXPECT_EQ(ids(read), (std::vector<int>{2, 0, 4, 5, 3, 9}));
+  EXPECT_EQ(read.back()->id, 9);
   th::fail_nth(1);  // a list that cannot be made is empty
   EXPECT_FALSE(vell::list<Item>::create());
 }

@@ -1,5 +1,6 @@
-// The typed maps over all three hash tables: find, replace and erase,
-// erase of the element just delivered while walking, and every failure.
+// The typed maps over all three hash tables: find, replace, update in
+// place and erase, erase while walking a copy of the elements, moved-from
+// maps, and every failure.
 #include "vell/hash.hpp"
 
 #include <algorithm>
@@ -48,21 +49,32 @@ TYPED_TEST(CppHash, FindReplaceEraseAndEraseWhileWalking) {
   EXPECT_FALSE(map->find({1, 2, 4}));
   EXPECT_TRUE(map->erase({1, 2, 3}));
   EXPECT_FALSE(map->erase({1, 2, 3}));
+  // update inserts a value-initialised value first, then changes in place.
+  for (int i = 0; i < 2; ++i)
+    ASSERT_TRUE(map->update({7, 0, 0}, [](Value &v) { v.weight += 1.5; }));
+  EXPECT_EQ(map->find({7, 0, 0})->weight, 3.0);
+  EXPECT_TRUE(map->erase({7, 0, 0}));
 
-  // A moved map walks every element once; erasing the one just delivered
-  // leaves the others to the walk and to the next one.
+  // A moved map's elements come out once each, as copies the map may
+  // change under; a moved-from map reads as empty and refuses changes.
   for (uint16_t i = 0; i < 100; ++i)
     ASSERT_TRUE(map->insert_or_assign({i, i, 0}, {i * 1.0, 'x'}));
   TypeParam moved = std::move(*map);
+  EXPECT_FALSE(*map || map->size() || map->find({1, 1, 0}) || map->items() ||
+               map->insert_or_assign({1, 1, 0}, {}));
+  const auto items = moved.items();
   std::set<uint32_t> seen;
-  for (const auto &[key, value] : moved.items()) {
+  for (const auto &[key, value] : items) {
     seen.insert(key.a);
-    if (key.a % 2) moved.erase(key);
+    if (key.a % 3) moved.erase({key.a + 1, uint16_t(key.b + 1), 0});
   }
   EXPECT_EQ(seen.size(), 100u);
-  EXPECT_EQ(moved.size(), 50u);
+  EXPECT_EQ(std::ranges::distance(items), 100);
+  EXPECT_EQ(moved.size(), 34u);
   EXPECT_TRUE(std::ranges::all_of(
-      moved.items(), [](const auto &kv) { return kv.first.a % 2 == 0; }));
+      moved.items(), [](const auto &kv) { return kv.first.a % 3 != 2; }));
+  static_assert(std::ranges::forward_range<const decltype(items) &> &&
+                std::ranges::common_range<decltype(items)>);
 }
 
 // Each allocation fails in turn: a failed replacement keeps the old value,

@@ -6,6 +6,9 @@
 #include "sc_elist.h"
 #include "sc_host.h"
 #include "sc_host_default.h"
+#include "vell/diagnostics.hpp"
+#include "vell/hash.hpp"
+#include "vell/timer.hpp"
 
 namespace {
 
@@ -95,7 +98,8 @@ TEST(DefaultHost, DiagnosticsGoToStderrAndDumpsToStdout) {
 }
 
 // A program's handler receives each diagnostic whole, and nothing reaches
-// stderr; clearing the handler restores stderr.
+// stderr; captures of the C++ layer nest inside it and give it back;
+// clearing the handler restores stderr.
 TEST(DefaultHost, DiagnosticsGoToAHandlerWhenOneIsSet) {
   static std::string got;
   got.clear();
@@ -110,6 +114,22 @@ TEST(DefaultHost, DiagnosticsGoToAHandlerWhenOneIsSet) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   EXPECT_EQ(got, "4|lib/pfe/ds/src/sc_btrie|7|x5y\n");
   EXPECT_EQ(n, 4);
+  sc_host_diag_handler *program = sc_host_get_diag_handler();
+  {
+    vell::diag_capture outer;
+    {
+      vell::diag_capture inner;
+      __sc_print_prefix(2, "f", 1);
+      __sc_print_msg("first\n");
+      EXPECT_EQ(inner.last(), "first");
+    }
+    __sc_print_prefix(2, "f", 1);
+    __sc_print_msg("second %d", 2);
+    EXPECT_EQ(outer.count(), 1u);
+    EXPECT_EQ(outer.last(), "second 2");
+    EXPECT_EQ(outer.level(), 2);
+  }
+  EXPECT_EQ(sc_host_get_diag_handler(), program);
   sc_host_set_diag_handler(nullptr);
   testing::internal::CaptureStderr();
   __sc_print_prefix(2, "f", 1);
@@ -126,6 +146,25 @@ TEST(DefaultHost, LibraryRunsOnTheDefaultModule) {
   sc_elist_push_back(l, &n);
   EXPECT_EQ(sc_elist_get_size(l), 1u);
   sc_elist_destruct(l);
+}
+
+// The C++ layer's defaults draw on contexts of their own: a khash map and
+// a timer set made without one work, and give every block back.
+TEST(DefaultHost, TheCppLayersDefaultsWork) {
+  {
+    auto map = vell::khash_map<uint32_t, uint32_t>::create(8);
+    auto timers = vell::timer_set::create();
+    ASSERT_TRUE(map && timers);
+    EXPECT_TRUE(map->insert_or_assign(1, 2) && map->find(1) == 2u);
+    EXPECT_GT(sc_host_sz_usage().blocks, 0u);
+    int fired = 0;
+    vell::timer t = timers->add(std::chrono::minutes(1), [&] { ++fired; });
+    EXPECT_EQ(timers->poll(0, true), 1);
+    EXPECT_EQ(fired, 1);
+    auto moved = std::move(*map);  // the context moves with the table
+    EXPECT_EQ(moved.find(1), 2u);
+  }
+  EXPECT_EQ(sc_host_sz_usage().blocks, 0u);
 }
 
 }  // namespace

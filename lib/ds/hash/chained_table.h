@@ -22,6 +22,8 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <concepts>
+
 #include "diag.h"
 #include "hash/key_hash.h"
 #include "hash/texts.h"
@@ -37,7 +39,30 @@ struct NoHooks {
   static void release_parts(void *) {}
 };
 
+// The policy members above, as a concept: a family missing one fails here
+// with the requirement it misses.
 template <class P>
+concept Policy = requires(typename P::Table *t, typename P::Element *e,
+                          void *ctx, void *p, uint32_t n) {
+  typename P::SizeArg;
+  typename P::Addr;
+  { P::kModule } -> std::convertible_to<const char *>;
+  { P::kFold } -> std::convertible_to<Fold>;
+  { P::kMaxField } -> std::convertible_to<uint32_t>;
+  P::kText.construct;
+  { P::ctx(t) } -> std::same_as<void *>;
+  P::bind(t, ctx);
+  { P::alloc(ctx, n) } -> std::same_as<void *>;
+  P::release(ctx, p, n);
+  { P::alloc_buckets(ctx, n) } -> std::same_as<void *>;
+  P::free_buckets(ctx, p, n);
+  P::linked(t, e);
+  P::unlinking(t, e);
+  P::release_parts(t);
+  { P::addr(p) } -> std::convertible_to<typename P::Addr>;
+};
+
+template <Policy P>
 struct Chained {
   using T = typename P::Table;
   using E = typename P::Element;

@@ -11,6 +11,7 @@
 #include "trie/bits.h"
 #include "trie/blocks.h"
 #include "trie/build.h"
+#include "trie/family.h"
 #include "trie/prepare.h"
 #include "trie/untrimmed.h"
 
@@ -111,7 +112,7 @@ void trim(typename F::Trie *t, uint32_t n, uint32_t used_nodes) {
   }
 }
 
-template <class F>
+template <Family F>
 typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
                             uint32_t n, uint32_t fill_factor,
                             uint32_t root_branch) {
@@ -176,7 +177,7 @@ typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
   return t;
 }
 
-template <class F>
+template <Family F>
 void destruct(typename F::Trie *t) {
   if (!t) return;
   // Read before the entry array, which holds the marks, goes away.

@@ -14,8 +14,8 @@ struct Ipv4 : Records<sc_btrie, sc_btrie_entry, sc_btrie_prefix, sc_btrie_node,
   static constexpr uint32_t kNone = SC_BTRIE_NO_PREFIX;
   // Positions in the node array must stay below this (22-bit index).
   static constexpr uint32_t kIndexLimit = 1u << 22;
-  static constexpr uint32_t kMaxEntries = 0x200000;
-  static constexpr uint32_t kMaxBranch = 31;  // width of the branch field
+  static constexpr uint32_t kMaxEntries = SC_BTRIE_MAX_ENTRIES;
+  static constexpr uint32_t kMaxBranch = SC_BTRIE_MAX_ROOT_BRANCH;
   // Widest node the build chooses below the root (the root may be forced
   // wider by root_branch).
   static constexpr uint32_t kMaxChosenBranch = 31;

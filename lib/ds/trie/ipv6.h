@@ -14,8 +14,8 @@ struct Ipv6 : Records<sc_btrie6, sc_btrie6_entry, sc_btrie6_prefix,
   static constexpr uint32_t kNone = SC_BTRIE6_NO_PREFIX;
   // Positions in the node array must stay below this (21-bit index).
   static constexpr uint32_t kIndexLimit = 1u << 21;
-  static constexpr uint32_t kMaxEntries = 0x100000;
-  static constexpr uint32_t kMaxBranch = 15;  // width of the branch field
+  static constexpr uint32_t kMaxEntries = SC_BTRIE6_MAX_ENTRIES;
+  static constexpr uint32_t kMaxBranch = SC_BTRIE6_MAX_ROOT_BRANCH;
   // Widest node the build chooses below the root (the root may be forced
   // wider by root_branch): IPv6 tables are sparse, and narrow nodes keep
   // their empty slots few.

@@ -6,10 +6,11 @@
 
 #include "diag.h"
 #include "trie/blocks.h"
+#include "trie/family.h"
 
 namespace vds::trie {
 
-template <class F>
+template <Family F>
 typename F::Iter *iter_construct(typename F::Trie *t) {
   using Iter = typename F::Iter;
   if (!t) {
@@ -31,7 +32,7 @@ typename F::Iter *iter_construct(typename F::Trie *t) {
 
 // 0 and the next item, or -1 (item untouched) at the end, for a null
 // iterator or one without trie.
-template <class F>
+template <Family F>
 int iter_next(typename F::Iter *it, typename F::Item *item) {
   if (!it || !it->trie || it->entry >= it->trie->n_entries) return -1;
   const typename F::Trie *t = it->trie;
@@ -53,7 +54,7 @@ int iter_next(typename F::Iter *it, typename F::Item *item) {
   return 0;
 }
 
-template <class F>
+template <Family F>
 void iter_destruct(typename F::Iter *it) {
   if (it) give<F>(it->trie->sz_ctx, it, sizeof(typename F::Iter));
 }

@@ -10,6 +10,7 @@
 #include <stdint.h>
 
 #include "trie/bits.h"
+#include "trie/family.h"
 
 namespace vds::trie {
 
@@ -31,7 +32,7 @@ inline uint32_t walk_resolve(const typename L::Trie *t, const uint32_t *key,
 }
 
 // 0 for a trie built from no entries.
-template <class L>
+template <Layout L>
 inline uint32_t lpmatch(const typename L::Trie *t, const uint32_t *key) {
   if (!t->nodes) return 0;
   typename L::Node n = t->nodes[0];

@@ -6,13 +6,14 @@
 #include <stdint.h>
 
 #include "sc_host.h"
+#include "trie/family.h"
 #include "trie/untrimmed.h"
 
 namespace vds::trie {
 
 // Bytes the trie's four blocks occupy, as taken (a failed trim counts at
 // the size the array kept).
-template <class F>
+template <Family F>
 uint32_t memory_usage(const typename F::Trie *t) {
   if (!t) return 0;
   return sizeof(typename F::Trie) +
@@ -65,7 +66,7 @@ void print_counts(const typename F::Trie *t, const char *format) {
 
 // A trie built from no entries has no nodes: its root branch and depths
 // print as 0. Without prefix records the path lengths print as 0.00 / 0.
-template <class F>
+template <Family F>
 void print_stats(const typename F::Trie *t) {
   if (!t) return;
   print_rule();
@@ -121,7 +122,7 @@ inline void print_heading(const char *what) {
   sc_printf("--------\n");
 }
 
-template <class F>
+template <Family F>
 void print(const typename F::Trie *t) {
   if (!t) return;
   print_rule();
