@@ -308,6 +308,11 @@ int replay_main(const Options &o, Table &table,
     skipped += "; " + std::to_string(count) + " of type " +
                std::to_string(key.first) + " subtype " +
                std::to_string(key.second);
+  if (n.announcements_without_origin)
+    fprintf(stderr,
+            "vell-lpm: updates: %llu announcements whose AS path names no "
+            "origin took their peer's route out\n",
+            static_cast<unsigned long long>(n.announcements_without_origin));
   if (n.other_messages || unknown_withdrawals || n.other_families ||
       !skipped.empty())
     fprintf(stderr,
@@ -343,6 +348,8 @@ int replay_main(const Options &o, Table &table,
                   {"last_time", double(n.last_time)},
                   {"unknown_withdrawals", double(unknown_withdrawals)},
                   {"other_messages", double(n.other_messages)},
+                  {"announcements_without_origin",
+                   double(n.announcements_without_origin)},
                   {"other_families", double(n.other_families)},
                   {"read_s", read_seconds},
                   {"replay_s", replay_seconds},

@@ -167,6 +167,11 @@ TEST(Updates, WithdrawalsComeBeforeAnnouncementsInBothFamilies) {
   EXPECT_EQ(r.changes[3].origin, 3u);
   EXPECT_EQ(r.reader.counts().announcements, 2u);
   EXPECT_EQ(r.reader.counts().withdrawals, 2u);
+  // A path that names no origin: the announcement says so, and is counted.
+  ASSERT_TRUE(r.read(bgp4mp(4, 1, update("", as_path({}), pfx(8, {11})))))
+      << r.error;
+  EXPECT_FALSE(r.changes.back().has_origin);
+  EXPECT_EQ(r.reader.counts().announcements_without_origin, 1u);
 }
 
 TEST(Updates, OnlyLeavingEstablishedEndsASessionAndOtherRecordsAreCounted) {
@@ -296,6 +301,12 @@ TEST(PeerTable, TheLowestPeerAnswersThenTheNextThenTheTables) {
   ASSERT_NE(t.answer(p), nullptr);
   EXPECT_EQ(*t.answer(p), 100u);
   EXPECT_EQ(t.answer(q), nullptr);
+  // An announcement naming no origin replaces the peer's route with none.
+  EXPECT_TRUE(t.apply(change(2, RouteChange::announce, p, 20)));
+  RouteChange bare = change(2, RouteChange::announce, p, 0);
+  bare.has_origin = false;
+  EXPECT_TRUE(t.apply(bare));
+  EXPECT_EQ(*t.answer(p), 100u);
 }
 
 TEST(Updates, TimesAreUnixSecondsOrIsoUtc) {

@@ -174,7 +174,7 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
   Cursor nlri = c;
   Attributes a;
   uint32_t origin = 0;
-  bool found;  // an update whose path names no origin announces origin 0
+  bool found;
   if (!split_attributes(attrs, a, why) ||
       !origin_of(a, !as4, origin, found, why))
     return false;
@@ -183,11 +183,13 @@ bool UpdateReader::record(uint16_t type, uint16_t subtype, uint32_t time,
     while (list.left()) {
       if (sender == UINT32_MAX) sender = peer_number(local ? self : peer);
       uint32_t path = add_path ? list.get(4) : 0;
-      RouteChange ch{time, sender, path, k, {f, Addr(), 0}, origin};
+      RouteChange ch{time, sender, path, k, {f, Addr(), 0}, origin, found};
       if (!read_prefix(list, f, ch.prefix.addr, ch.prefix.len, why))
         return false;
       ++(k == RouteChange::announce ? counts_.announcements
                                     : counts_.withdrawals);
+      if (k == RouteChange::announce && !found)
+        ++counts_.announcements_without_origin;
       sink_(ch);
     }
     return true;
@@ -295,7 +297,8 @@ void PeerTable::settle(Routes::iterator it, bool had, uint32_t before) {
 bool PeerTable::apply(const RouteChange &c) {
   switch (c.kind) {
     case RouteChange::announce:
-      return set(c.prefix, c.peer, c.path, &c.origin);
+      set(c.prefix, c.peer, c.path, c.has_origin ? &c.origin : nullptr);
+      return true;
     case RouteChange::withdraw:
       return set(c.prefix, c.peer, c.path, nullptr);
     case RouteChange::down:

@@ -47,13 +47,17 @@ struct RouteChange {
   enum Kind { announce, withdraw, down } kind;
   Prefix4or6 prefix;  // not for `down`
   uint32_t origin;    // announcements only
+  // False for an announcement whose path names no origin: it replaces the
+  // peer's route, and gives the prefix no answer of its own.
+  bool has_origin = true;
 };
 
 // What reading the streams found.
 struct UpdateCounts {
   uint64_t records = 0, updates = 0, announcements = 0, withdrawals = 0,
-           state_changes = 0, sessions_down = 0, other_messages = 0,
-           other_records = 0, other_families = 0, bytes = 0;
+           announcements_without_origin = 0, state_changes = 0,
+           sessions_down = 0, other_messages = 0, other_records = 0,
+           other_families = 0, bytes = 0;
   uint32_t first_time = 0, last_time = 0;
   // Record types other than BGP4MP, by type and subtype.
   std::map<std::pair<uint16_t, uint16_t>, uint64_t> skipped;
