@@ -22,8 +22,8 @@ void *take_array(void *ctx, uint64_t count, uint32_t size,
                     ? trie::take<F>(ctx, static_cast<uint32_t>(bytes))
                     : nullptr;
   if (!block)
-    VDS_DIAG(kFailure, F::kModule, "%s: sc_kmalloc(%llu) failed\n", op,
-             static_cast<unsigned long long>(bytes));
+    VDS_DIAG_AT(kFailure, F, "%s: sc_kmalloc(%llu) failed\n", op,
+                static_cast<unsigned long long>(bytes));
   return block;
 }
 

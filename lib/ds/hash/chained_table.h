@@ -10,6 +10,8 @@
 // The families differ only in policy, supplied as P:
 //   Table, Element               record types (fields named as in the headers)
 //   kModule, kFold, kMaxField    source name, key-hash fold, largest ksz/vsz
+//   kLine                        the entering call's line (VDS_AT, diag.h),
+//                                for operations that report
 //   ctx(t), bind(t, ctx)         the table's allocator context
 //   alloc/release                records, elements and iterators
 //   alloc_buckets/free_buckets   bucket arrays
@@ -86,14 +88,14 @@ struct Chained {
     uint64_t n = 1;
     while (n < hint) n <<= 1;
     if (!array_fits(n)) {
-      VDS_DIAG(kFailure, P::kModule, "%s: bucket count %u too large\n",
-               P::kText.construct, hint);
+      VDS_DIAG_AT(kFailure, P, "%s: bucket count %u too large\n",
+                  P::kText.construct, hint);
       return nullptr;
     }
     auto *t = static_cast<T *>(P::alloc(ctx, sizeof(T)));
     if (!t) {
-      VDS_DIAG(kFailure, P::kModule, P::kText.record_failed,
-               typename P::SizeArg(sizeof(T)));
+      VDS_DIAG_AT(kFailure, P, P::kText.record_failed,
+                  typename P::SizeArg(sizeof(T)));
       return nullptr;
     }
     memset(t, 0, sizeof(T));
@@ -101,7 +103,7 @@ struct Chained {
     uint32_t bytes = array_bytes(uint32_t(n));
     t->buckets = static_cast<E **>(P::alloc_buckets(ctx, bytes));
     if (!t->buckets) {
-      VDS_DIAG(kFailure, P::kModule, P::kText.buckets_failed, int(bytes));
+      VDS_DIAG_AT(kFailure, P, P::kText.buckets_failed, int(bytes));
       destruct(t);
       return nullptr;
     }
@@ -134,21 +136,20 @@ struct Chained {
   static E *insert(T *t, const void *key, uint32_t ksz, const void *val,
                    uint32_t vsz, const void *extra, uint32_t extra_sz) {
     if (extra_sz && !extra) {
-      VDS_DIAG(kFailure, P::kModule, "%s: extra is NULL but extra_sz is %u\n",
-               P::kText.insert, extra_sz);
+      VDS_DIAG_AT(kFailure, P, "%s: extra is NULL but extra_sz is %u\n",
+                  P::kText.insert, extra_sz);
       return nullptr;
     }
     uint64_t vtotal = uint64_t(vsz) + extra_sz;
     uint64_t size = sizeof(E) + ((uint64_t(ksz) + 3) & ~uint64_t(3)) + vtotal;
     if (ksz > P::kMaxField || vtotal > P::kMaxField || size > UINT32_MAX) {
-      VDS_DIAG(kFailure, P::kModule,
-               "%s: ksz %u or vsz %u + extra_sz %u too large\n",
-               P::kText.insert, ksz, vsz, extra_sz);
+      VDS_DIAG_AT(kFailure, P, "%s: ksz %u or vsz %u + extra_sz %u too large\n",
+                  P::kText.insert, ksz, vsz, extra_sz);
       return nullptr;
     }
     auto *e = static_cast<E *>(P::alloc(P::ctx(t), uint32_t(size)));
     if (!e) {
-      VDS_DIAG(kFailure, P::kModule, P::kText.insert_failed, int(size));
+      VDS_DIAG_AT(kFailure, P, P::kText.insert_failed, int(size));
       return nullptr;
     }
     e->table = t;
@@ -174,7 +175,7 @@ struct Chained {
   // it. An element on no chain (null pprev) is reported and left alone.
   static void remove(E *e) {
     if (!e->pprev) {
-      VDS_DIAG(kFailure, P::kModule, P::kText.corrupt, P::addr(e));
+      VDS_DIAG_AT(kFailure, P, P::kText.corrupt, P::addr(e));
       return;
     }
     T *t = e->table;
@@ -219,8 +220,8 @@ struct Chained {
   static It *iter_alloc(T *t) {
     auto *it = static_cast<It *>(P::alloc(P::ctx(t), sizeof(It)));
     if (!it)
-      VDS_DIAG(kFailure, P::kModule, P::kText.iter_failed,
-               typename P::SizeArg(sizeof(It)));
+      VDS_DIAG_AT(kFailure, P, P::kText.iter_failed,
+                  typename P::SizeArg(sizeof(It)));
     return it;
   }
 

@@ -14,8 +14,8 @@ namespace {
 
 struct Fib6 : vds::fib::Shape<vds::trie::Ipv6, 18> {
   using Fib = sc_btrie6_fib;
-  static constexpr const char kModule[] = "lib/pfe/ds/src/sc_btrie6_fib";
-  static constexpr const char kConstruct[] = "sc_btrie6_fib_construct";
+  static constexpr char kModule[] = "lib/pfe/ds/src/sc_btrie6_fib";
+  static constexpr char kConstruct[] = "sc_btrie6_fib_construct";
 };
 
 }  // namespace
@@ -23,11 +23,11 @@ struct Fib6 : vds::fib::Shape<vds::trie::Ipv6, 18> {
 VDS_API sc_btrie6_fib *sc_btrie6_fib_construct(void *sz_ctx,
                                                const sc_btrie6 *trie,
                                                uint32_t miss) {
-  return vds::fib::construct<Fib6>(sz_ctx, trie, miss);
+  return vds::fib::construct<VDS_AT(Fib6)>(sz_ctx, trie, miss);
 }
 
 VDS_API void sc_btrie6_fib_destruct(sc_btrie6_fib *fib) {
-  vds::fib::destruct<Fib6>(fib);
+  vds::fib::destruct<VDS_AT(Fib6)>(fib);
 }
 
 namespace {
