@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#include "trie/bits.h"
+
 namespace vds::fib {
 
 template <uint32_t W>
@@ -12,15 +14,6 @@ struct Prefix {
   uint32_t len;
   uint32_t data;
 };
-
-// out = the first len bits of the W address words at addr, the rest 0.
-template <uint32_t W>
-void cut(const uint32_t *addr, uint32_t len, uint32_t *out) {
-  for (uint32_t w = 0; w < W; ++w) {
-    uint32_t keep = len > w * 32 ? len - w * 32 : 0;
-    out[w] = keep >= 32 ? addr[w] : keep ? addr[w] & ~(~0u >> keep) : 0;
-  }
-}
 
 // Number of stored prefixes: every leaf entry and every prefix record.
 template <class L>
@@ -43,7 +36,7 @@ uint32_t list_prefixes(const typename L::Trie *t, Prefix<L::kWords> *out) {
     if (e.prefix != L::kNone) {
       for (; next_record <= e.prefix; ++next_record, ++n) {
         const typename L::Prefix &r = t->prefixes[next_record];
-        cut<L::kWords>(addr, r.len, out[n].addr);
+        trie::cut<L::kWords>(addr, r.len, out[n].addr);
         out[n].len = r.len;
         out[n].data = r.data;
       }

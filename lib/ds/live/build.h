@@ -269,7 +269,8 @@ class Builder {
     const Record<Family<F>> &rec = s_.record;
     uint32_t n = 0;
     for (auto at = rec.lower_bound(from);
-         !rec.end(at) && same_bits<F::kWords>(rec.at(at).addr, region.addr, p);
+         !rec.end(at) &&
+         trie::same_prefix<F::kWords>(rec.at(at).addr, region.addr, p);
          rec.next(at)) {
       if (!copy(n, rec.at(at))) return Outcome::kNoMemory;
     }
@@ -333,7 +334,7 @@ class Builder {
     const Record<Family<F>> &rec = s_.record;
     for (auto at = rec.lower_bound(key);
          !rec.end(at) &&
-         same_bits<F::kWords>(rec.at(at).addr, key.addr, key.len);
+         trie::same_prefix<F::kWords>(rec.at(at).addr, key.addr, key.len);
          rec.next(at)) {
       if (rec.at(at).len <= F::kRootBits)
         paint(rec.at(at), slots, Writer::root_slot(key));
@@ -343,7 +344,7 @@ class Builder {
   // key cut to its first len bits, as a prefix of len bits.
   static Item masked(const Item &key, uint32_t len) {
     Item out = key;
-    fib::cut<F::kWords>(key.addr, len, out.addr);
+    trie::cut<F::kWords>(key.addr, len, out.addr);
     out.len = len;
     return out;
   }

@@ -177,9 +177,7 @@ bool valid(const uint32_t *addr, uint32_t len, const char *op) {
                 F::kBits);
     return false;
   }
-  uint32_t cut_addr[F::kWords];
-  fib::cut<F::kWords>(addr, len, cut_addr);
-  if (memcmp(cut_addr, addr, sizeof cut_addr) != 0) {
+  if (trie::bits_beyond<F::kWords>(addr, len)) {
     VDS_DIAG_AT(kFailure, F, "%s: address bits set past prefix length %u\n", op,
                 len);
     return false;

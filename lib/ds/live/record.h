@@ -24,18 +24,6 @@ int compare(const fib::Prefix<W> &a, const fib::Prefix<W> &b) {
   return a.len < b.len ? -1 : a.len > b.len;
 }
 
-// Whether the first `len` bits of a and b agree.
-template <uint32_t W>
-bool same_bits(const uint32_t *a, const uint32_t *b, uint32_t len) {
-  for (uint32_t w = 0; w < W && len; ++w) {
-    uint32_t keep = len >= 32 ? 32 : len;
-    uint32_t mask = ~0u << (32 - keep);
-    if ((a[w] ^ b[w]) & mask) return false;
-    len -= keep;
-  }
-  return true;
-}
-
 // F: a family (live.h) naming the width. The operations that take or give
 // blocks are entered with the tagged family A (diag.h) of the call that
 // reached them.
