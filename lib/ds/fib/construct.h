@@ -3,8 +3,8 @@
 // name for diagnostics and the size-class allocator), kConstruct (the
 // construct operation's name for messages) and Fib (its public record,
 // derived from Table), tagged by the caller (VDS_AT, diag.h) when it enters
-// an operation that reports or allocates. Blocks follow the trie's allocation rule
-// (trie/blocks.h), so a table and its trie draw from their allocators
+// an operation that reports or allocates. Blocks follow the trie's allocation
+// rule (trie/blocks.h), so a table and its trie draw from their allocators
 // alike.
 #pragma once
 

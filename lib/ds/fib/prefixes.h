@@ -16,8 +16,8 @@ struct Prefix {
 };
 
 // Number of stored prefixes: every leaf entry and every prefix record.
-template <class L>
-uint32_t count_prefixes(const typename L::Trie *t) {
+template <class F>
+uint32_t count_prefixes(const typename F::Trie *t) {
   return t->n_entries + t->n_prefixes;
 }
 
@@ -27,21 +27,21 @@ uint32_t count_prefixes(const typename L::Trie *t) {
 // are exactly the next ones by number, up to that entry's innermost, and
 // they enclose it outermost first. A record holds no address: it is the
 // entry's address cut to the record's length. Returns the number written.
-template <class L>
-uint32_t list_prefixes(const typename L::Trie *t, Prefix<L::kWords> *out) {
+template <class F>
+uint32_t list_prefixes(const typename F::Trie *t, Prefix<F::kWords> *out) {
   uint32_t n = 0, next_record = 0;
   for (uint32_t i = 0; i < t->n_entries; ++i) {
-    const typename L::Entry &e = t->entries[i];
-    const uint32_t *addr = L::addr(e);
-    if (e.prefix != L::kNone) {
+    const typename F::Entry &e = t->entries[i];
+    const uint32_t *addr = F::addr(e);
+    if (e.prefix != F::kNone) {
       for (; next_record <= e.prefix; ++next_record, ++n) {
-        const typename L::Prefix &r = t->prefixes[next_record];
-        trie::cut<L::kWords>(addr, r.len, out[n].addr);
+        const typename F::Prefix &r = t->prefixes[next_record];
+        trie::cut<F::kWords>(addr, r.len, out[n].addr);
         out[n].len = r.len;
         out[n].data = r.data;
       }
     }
-    for (uint32_t w = 0; w < L::kWords; ++w) out[n].addr[w] = addr[w];
+    for (uint32_t w = 0; w < F::kWords; ++w) out[n].addr[w] = addr[w];
     out[n].len = e.len;
     out[n].data = e.data;
     ++n;
