@@ -138,7 +138,7 @@ void check_location(const char *what, const char *file, int line) {
       break;
   }
   for (const char *call : {"VDS_DIAG", "VDS_AT(", "CoreAt<", "__sc_szalloc(",
-                           "__sc_szfree(", "block_alloc<", "block_free<"})
+                           "__sc_szfree(", "take_block<", "give_block<"})
     if (statement.find(call) != std::string::npos) return;
   st().errors.push_back(format("%s at %s:%d, where no such call is: '%s'", what,
                                file, line, statement.c_str()));

@@ -36,19 +36,18 @@ struct Policy : vds::hash::NoHooks {
   static Addr addr(const void *p) { return p; }
   static void *ctx(const sc_khash *t) { return t->sz_ctx; }
   static void bind(sc_khash *t, void *ctx) { t->sz_ctx = ctx; }
-  static void *alloc(void *ctx, uint32_t size) {
+  static void *take(void *ctx, uint32_t size) {
     return __sc_szalloc(ctx, size, 0, kModule, __LINE__);
   }
-  static void release(void *ctx, void *p, uint32_t size) {
+  static void give(void *ctx, void *p, uint32_t size) {
     __sc_szfree(ctx, p, size, kModule, __LINE__);
   }
   // Only an array strictly below the context's limit is a size-class block.
-  static void *alloc_buckets(void *ctx, uint32_t bytes) {
-    return vds::block_alloc<vds::SzLimit::kBelow>(ctx, bytes, kModule,
-                                                  __LINE__);
+  static void *take_buckets(void *ctx, uint32_t bytes) {
+    return vds::take_block<vds::SzLimit::kBelow>(ctx, bytes, kModule, __LINE__);
   }
-  static void free_buckets(void *ctx, void *p, uint32_t bytes) {
-    vds::block_free<vds::SzLimit::kBelow>(ctx, p, bytes, kModule, __LINE__);
+  static void give_buckets(void *ctx, void *p, uint32_t bytes) {
+    vds::give_block<vds::SzLimit::kBelow>(ctx, p, bytes, kModule, __LINE__);
   }
 };
 

@@ -26,19 +26,19 @@ inline uint32_t clock_seconds() {
 
 // A record of `size` bytes from the set's size-class context. On failure
 // reports `failure`, a format taking the record's size, and returns null.
-void *sz_take(sc_ktimers *set, uint32_t size, const char *failure);
-void sz_give(sc_ktimers *set, void *p, uint32_t size);
+void *take(sc_ktimers *set, uint32_t size, const char *failure);
+void give(sc_ktimers *set, void *p, uint32_t size);
 // Traces a due timer about to be disarmed and called back.
 void trace_expiry(const sc_ktimer *t);
 
 template <typename T>
-T *sz_take(sc_ktimers *set, const char *failure) {
-  return static_cast<T *>(sz_take(set, sizeof(T), failure));
+T *take(sc_ktimers *set, const char *failure) {
+  return static_cast<T *>(take(set, sizeof(T), failure));
 }
 
 template <typename T>
-void sz_give(sc_ktimers *set, T *p) {
-  sz_give(set, p, sizeof(T));
+void give(sc_ktimers *set, T *p) {
+  give(set, p, sizeof(T));
 }
 
 inline sc_ktimer_bucket *bucket_of(sc_ktimers *set, uint32_t secs) {
@@ -122,13 +122,13 @@ inline void cell_unlink(sc_ktimers *set, sc_ktimer_bucket *b,
 inline void cell_release_if_empty(sc_ktimers *set, sc_ktimer_cell *c) {
   if (c->head) return;
   cell_unlink(set, bucket_of(set, c->secs), c);
-  sz_give(set, c);
+  give(set, c);
 }
 
 // Clears and releases a timer already off its cell.
 inline void timer_free(sc_ktimers *set, sc_ktimer *t) {
   memset(t, 0, sizeof *t);
-  sz_give(set, t);
+  give(set, t);
 }
 
 // Disarms and releases an armed timer, with its cell and the cell's bucket

@@ -66,7 +66,7 @@ int rebuild(sc_ohash *t, uint32_t n) {
              int(sizeof(sc_ohash_element *)));
     return -1;
   }
-  Policy::free_buckets(nullptr, t->buckets, Core::array_bytes(t->n_buckets));
+  Policy::give_buckets(nullptr, t->buckets, Core::array_bytes(t->n_buckets));
   t->buckets = heads;
   t->n_buckets = n;
   for (sc_ohash_element *e = element_of(sc_elist_peek_back(t->element_list)); e;
@@ -171,7 +171,7 @@ VDS_API void *sc_ohash_element_get_data(const sc_ohash_element *e) {
 }
 
 VDS_API sc_ohash_iter *sc_ohash_iter_construct(sc_ohash *t) {
-  auto *it = CoreAt<__LINE__>::iter_alloc<sc_ohash_iter>(t);
+  auto *it = CoreAt<__LINE__>::take_iter<sc_ohash_iter>(t);
   if (!it) return nullptr;
   it->table = t;
   it->next_element = element_of(sc_elist_peek_front(t->element_list));
