@@ -27,7 +27,7 @@ typedef struct ctx {
 } ctx;
 
 /* Precedes every block; 16 bytes keep the payload 8-byte aligned on both
- * word sizes (two words of padding on 32-bit). */
+ * word sizes (one word of padding on 32-bit). */
 typedef struct header {
   uint32_t state;
   uint32_t size;
