@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <fstream>
+#include <map>
 #include <unordered_map>
 
 #include "host_record.h"
@@ -116,20 +117,15 @@ void give(void *p, uint32_t size, bool sz, void *ctx, const char *file,
   free(p);
 }
 
-// A location must lead a reader to the call that raised it: in the named
-// module's own file (<name>.cpp) the statement holding the line is a
-// diagnostic, a size-class call or an exported function's call into a shared
-// engine. Names without such a file (a test's own) are not checked.
-void check_location(const char *what, const char *file, int line) {
 #ifdef VELL_SOURCE_DIR
-  static std::unordered_map<std::string, std::vector<std::string>> sources;
-  auto [it, added] = sources.try_emplace(file ? file : "");
-  if (added) {
-    std::ifstream in(std::string(VELL_SOURCE_DIR "/") + it->first + ".cpp");
-    for (std::string l; std::getline(in, l);) it->second.push_back(l);
-  }
-  const std::vector<std::string> &src = it->second;
-  if (src.empty()) return;
+// Empty when the statement holding `line` in <file>.cpp makes the call,
+// else what the reader would find there.
+std::string location_error(const char *file, int line) {
+  std::ifstream in(std::string(VELL_SOURCE_DIR "/") + (file ? file : "") +
+                   ".cpp");
+  std::vector<std::string> src;
+  for (std::string l; std::getline(in, l);) src.push_back(l);
+  if (src.empty()) return "";
   std::string statement;
   for (int at = line; at >= 1 && at <= int(src.size()) && line - at < 8; --at) {
     statement = src[at - 1] + statement;
@@ -139,9 +135,24 @@ void check_location(const char *what, const char *file, int line) {
   }
   for (const char *call : {"VDS_DIAG", "VDS_AT(", "CoreAt<", "__sc_szalloc(",
                            "__sc_szfree(", "take_block<", "give_block<"})
-    if (statement.find(call) != std::string::npos) return;
-  st().errors.push_back(format("%s at %s:%d, where no such call is: '%s'", what,
-                               file, line, statement.c_str()));
+    if (statement.find(call) != std::string::npos) return "";
+  return format("%s:%d, where no such call is: '%s'", file, line,
+                statement.c_str());
+}
+#endif
+
+// A location must lead a reader to the call that raised it: in the named
+// module's own file (<name>.cpp) the statement holding the line is a
+// diagnostic, a size-class call or an exported function's call into a shared
+// engine. Names without such a file (a test's own) are not checked.
+void check_location(const char *what, const char *file, int line) {
+#ifdef VELL_SOURCE_DIR
+  // Each place is looked up in the sources once.
+  static std::map<std::pair<std::string, int>, std::string> checked;
+  auto [place, added] = checked.try_emplace({file ? file : "", line});
+  if (added) place->second = location_error(file, line);
+  if (!place->second.empty())
+    st().errors.push_back(format("%s at %s", what, place->second.c_str()));
 #else
   (void)what, (void)file, (void)line;
 #endif
