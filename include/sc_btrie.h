@@ -173,8 +173,9 @@ void sc_btrie_live_reader_unregister(sc_btrie_live *live, int reader);
 void sc_btrie_live_quiescent(sc_btrie_live *live, int reader);
 /* registered readers only */
 uint32_t sc_btrie_live_lookup(const sc_btrie_live *live, uint32_t key);
-void sc_btrie_live_lookup_bulk(const sc_btrie_live *live, const uint32_t *keys,
-                               uint32_t *data, uint32_t n);
+void sc_btrie_live_lookup_bulk(const sc_btrie_live *live,
+                               const uint32_t *keys, uint32_t *data,
+                               uint32_t n);
 
 #ifdef __cplusplus
 }
