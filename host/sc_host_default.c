@@ -27,7 +27,7 @@ typedef struct ctx {
 } ctx;
 
 /* Precedes every block; 16 bytes keep the payload 8-byte aligned on both
- * word sizes (two words of padding on 32-bit). */
+ * word sizes (one word of padding on 32-bit). */
 typedef struct header {
   uint32_t state;
   uint32_t size;
@@ -88,8 +88,8 @@ static void *take(ctx *owner, uint32_t size, int zero) {
 /* expect_ctx: the context named by the release, or null for __sc_kfree,
  * which also accepts size-class blocks (a vector record made with a context
  * goes back that way). */
-static void give_back(void *ptr, uint32_t size, ctx *expect_ctx, int from_kfree,
-                      const char *file, int line, const void *caller) {
+static void give(void *ptr, uint32_t size, ctx *expect_ctx, int from_kfree,
+                 const char *file, int line, const void *caller) {
   if (!ptr) return;
   header *h = (header *)ptr - 1;
   pthread_mutex_lock(&lock);
@@ -120,7 +120,7 @@ void *__sc_kcalloc(uint32_t count, uint32_t size) {
 }
 
 void __sc_kfree(void *ptr, uint32_t size) {
-  give_back(ptr, size, NULL, 1, NULL, 0, __builtin_return_address(0));
+  give(ptr, size, NULL, 1, NULL, 0, __builtin_return_address(0));
 }
 
 void *__sc_szalloc(void *sz_ctx, uint32_t size, int flags, const char *file,
@@ -135,7 +135,7 @@ void *__sc_szalloc(void *sz_ctx, uint32_t size, int flags, const char *file,
 
 void __sc_szfree(void *sz_ctx, void *ptr, uint32_t size, const char *file,
                  int line) {
-  give_back(ptr, size, (ctx *)sz_ctx, 0, file ? file : "?", line, NULL);
+  give(ptr, size, (ctx *)sz_ctx, 0, file ? file : "?", line, NULL);
 }
 
 uint32_t sc_sz_get_max_alloc(void *sz_ctx) {

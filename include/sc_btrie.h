@@ -108,11 +108,11 @@ void sc_btrie_lpmatch_bulk(const sc_btrie *trie, const uint32_t *keys,
                            uint32_t *data, uint32_t n);
 
 /* Compiled forwarding table: a read-only copy of a finished trie laid out
- * for lookups alone (a few MiB, a handful of cache-resident loads per
- * lookup). For every key some stored prefix covers, sc_btrie_fib_lookup
- * answers what sc_btrie_lpmatch of that trie answers (a stored 0
- * included); for a key no prefix covers it answers `miss`, so a non-zero
- * miss tells a miss from a stored 0 (miss 0 gives lpmatch's answers
+ * for lookups alone (a root of 2^18 words indexed by the key's top bits,
+ * then a few node loads per lookup). For every key some stored prefix covers,
+ * sc_btrie_fib_lookup answers what sc_btrie_lpmatch of that trie answers (a
+ * stored 0 included); for a key no prefix covers it answers `miss`, so a
+ * non-zero miss tells a miss from a stored 0 (miss 0 gives lpmatch's answers
  * everywhere). The table holds no pointer into the trie, which may be
  * destructed first. Blocks are taken and given back by the trie's rule
  * (size-class context when given and the block fits its limit, else

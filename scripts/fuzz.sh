@@ -8,7 +8,7 @@
 # prints the path of the input that reproduces it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh
+bash scripts/setup.sh build fuzz
 secs=${1:-20}
 shift || true
 dir=build/fuzz

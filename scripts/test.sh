@@ -7,7 +7,7 @@
 # library exports and needs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh
+bash scripts/setup.sh build tests m32
 
 jobs=${JOBS:-2}
 run() {

@@ -38,3 +38,37 @@ inline void diag(int level, const char *file, int line, const char *fmt,
 // source-file name string, the line is the call's.
 #define VDS_DIAG(level, file, ...) \
   ::vds::diag((level), (file), __LINE__, __VA_ARGS__)
+
+namespace vds {
+
+// A shared engine runs on behalf of a module: its family F names the module
+// (F::kModule), and every diagnostic and size-class call the engine makes
+// must point into that module's own file. An exported function therefore
+// enters an engine with its family tagged by the line of that call
+// (VDS_AT), and the engine reports with F::kModule and F::kLine: the pair a
+// reader follows leads to the operation that raised it.
+template <class F, int Line>
+struct At : F {
+  static constexpr int kLine = Line;
+};
+
+// The untagged family, for types an engine keys by family (a table's state
+// record is one type whichever call reached it).
+template <class F>
+struct Untagged {
+  using type = F;
+};
+template <class F, int Line>
+struct Untagged<At<F, Line>> {
+  using type = F;
+};
+template <class F>
+using Family = typename Untagged<F>::type;
+
+}  // namespace vds
+
+// The family F tagged with the line of this call into an engine.
+#define VDS_AT(F) ::vds::At<F, __LINE__>
+// Raises a diagnostic from an engine running for the tagged family F.
+#define VDS_DIAG_AT(level, F, ...) \
+  ::vds::diag((level), F::kModule, F::kLine, __VA_ARGS__)

@@ -3,6 +3,9 @@
 // back, so a block always returns to the allocator it came from. Families
 // differ in the test: some take the size-class path up to the context's
 // limit inclusive, others only strictly below it.
+//
+// Throughout the library a block is taken and given back: every helper over
+// a host allocator is named take*/give*, one pair per allocator.
 #pragma once
 
 #include <stdint.h>
@@ -21,14 +24,14 @@ inline bool sz_fits(void *sz_ctx, uint32_t size) {
 }
 
 template <SzLimit L>
-inline void *block_alloc(void *sz_ctx, uint32_t size, const char *file,
-                         int line) {
+inline void *take_block(void *sz_ctx, uint32_t size, const char *file,
+                        int line) {
   return sz_fits<L>(sz_ctx, size) ? __sc_szalloc(sz_ctx, size, 0, file, line)
                                   : __sc_kmalloc(size);
 }
 
 template <SzLimit L>
-inline void block_free(void *sz_ctx, void *ptr, uint32_t size, const char *file,
+inline void give_block(void *sz_ctx, void *ptr, uint32_t size, const char *file,
                        int line) {
   if (sz_fits<L>(sz_ctx, size))
     __sc_szfree(sz_ctx, ptr, size, file, line);

@@ -3,6 +3,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <fstream>
+#include <map>
 #include <unordered_map>
 
 #include "host_record.h"
@@ -115,6 +117,47 @@ void give(void *p, uint32_t size, bool sz, void *ctx, const char *file,
   free(p);
 }
 
+#ifdef VELL_SOURCE_DIR
+// Empty when the statement holding `line` in <file>.cpp makes the call,
+// else what the reader would find there.
+std::string location_error(const char *file, int line) {
+  std::ifstream in(std::string(VELL_SOURCE_DIR "/") + (file ? file : "") +
+                   ".cpp");
+  std::vector<std::string> src;
+  for (std::string l; std::getline(in, l);) src.push_back(l);
+  if (src.empty()) return "";
+  std::string statement;
+  for (int at = line; at >= 1 && at <= int(src.size()) && line - at < 8; --at) {
+    statement = src[at - 1] + statement;
+    size_t end = at > 1 ? src[at - 2].find_last_not_of(' ') : 0;
+    if (at == 1 || end == std::string::npos || strchr(";{}", src[at - 2][end]))
+      break;
+  }
+  for (const char *call : {"VDS_DIAG", "VDS_AT(", "CoreAt<", "__sc_szalloc(",
+                           "__sc_szfree(", "take_block<", "give_block<"})
+    if (statement.find(call) != std::string::npos) return "";
+  return format("%s:%d, where no such call is: '%s'", file, line,
+                statement.c_str());
+}
+#endif
+
+// A location must lead a reader to the call that raised it: in the named
+// module's own file (<name>.cpp) the statement holding the line is a
+// diagnostic, a size-class call or an exported function's call into a shared
+// engine. Names without such a file (a test's own) are not checked.
+void check_location(const char *what, const char *file, int line) {
+#ifdef VELL_SOURCE_DIR
+  // Each place is looked up in the sources once.
+  static std::map<std::pair<std::string, int>, std::string> checked;
+  auto [place, added] = checked.try_emplace({file ? file : "", line});
+  if (added) place->second = location_error(file, line);
+  if (!place->second.empty())
+    st().errors.push_back(format("%s at %s", what, place->second.c_str()));
+#else
+  (void)what, (void)file, (void)line;
+#endif
+}
+
 }  // namespace
 
 Ctx::Ctx(uint32_t max_alloc) : magic_(kCtxMagic), max_(max_alloc) {}
@@ -212,11 +255,13 @@ void *__sc_szalloc(void *sz_ctx, uint32_t size, int flags, const char *file,
     th::st().errors.push_back(
         th::format("__sc_szalloc of %u bytes above the context's limit (%s:%d)",
                    size, file ? file : "?", line));
+  th::check_location("__sc_szalloc", file, line);
   return th::take(Alloc::szalloc, size, sz_ctx, file, false);
 }
 
 void __sc_szfree(void *sz_ctx, void *ptr, uint32_t size, const char *file,
                  int line) {
+  th::check_location("__sc_szfree", file, line);
   th::give(ptr, size, true, sz_ctx, file, line);
 }
 
@@ -226,6 +271,7 @@ uint32_t sc_sz_get_max_alloc(void *sz_ctx) {
 
 int __sc_print_prefix(int level, const char *file, int line) {
   th::State &s = th::st();
+  th::check_location("diagnostic", file, line);
   s.pending = th::Diag{level, file ? file : "", line, ""};
   s.last_prefix = int(th::format("<%d> %s:%d: ", level, file, line).size());
   return s.last_prefix;

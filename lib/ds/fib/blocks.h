@@ -21,9 +21,11 @@ void *take_array(void *ctx, uint64_t count, uint32_t size,
   void *block = bytes <= UINT32_MAX
                     ? trie::take<F>(ctx, static_cast<uint32_t>(bytes))
                     : nullptr;
+  // The message names sc_kmalloc whichever allocator refused the block: its
+  // text is fixed.
   if (!block)
-    VDS_DIAG(kFailure, F::kModule, "%s: sc_kmalloc(%llu) failed\n", op,
-             static_cast<unsigned long long>(bytes));
+    VDS_DIAG_AT(kFailure, F, "%s: sc_kmalloc(%llu) failed\n", op,
+                static_cast<unsigned long long>(bytes));
   return block;
 }
 

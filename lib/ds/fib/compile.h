@@ -14,7 +14,7 @@
 namespace vds::fib {
 
 // The frozen table's pool: grows by doubling, no words in front of nodes.
-template <class S>
+template <class F>
 class GrowingPool {
  public:
   static constexpr uint32_t kLead = 0;
@@ -45,8 +45,8 @@ class GrowingPool {
 
   // Moves the used words into a pool of `words` words (none: no pool).
   bool resize(uint64_t words) {
-    return resize_array<S>(t_->sz_ctx, t_->pool, t_->pool_words, words, used_,
-                           S::kConstruct);
+    return resize_array<F>(t_->sz_ctx, t_->pool, t_->pool_words, words, used_,
+                           F::kConstruct);
   }
 
   Table *t_;
@@ -54,11 +54,11 @@ class GrowingPool {
   uint64_t used_ = 0;
 };
 
-// S is a family (construct.h): the table's shape and its allocation rule.
-template <class S>
+// F is a family (construct.h): the table's shape and its allocation rule.
+template <class F>
 class Compiler {
  public:
-  using Item = Prefix<S::kWords>;
+  using Item = Prefix<F::kWords>;
 
   // t has its root arrays and no pool yet.
   Compiler(const Item *items, uint32_t n, Table *t)
@@ -68,18 +68,18 @@ class Compiler {
   // holds what was taken, for its destruct.
   bool run() {
     uint32_t *root = t_->root;
-    for (uint32_t c = 0; c < S::kRootSlots; ++c) root[c] = t_->miss;
-    for (uint32_t w = 0; w < S::kRootSlots / 32; ++w) t_->root_inner[w] = 0;
-    writer_.paint(root, 0, S::kRootBits, 0, 0, n_);
+    for (uint32_t c = 0; c < F::kRootSlots; ++c) root[c] = t_->miss;
+    for (uint32_t w = 0; w < F::kRootSlots / 32; ++w) t_->root_inner[w] = 0;
+    writer_.paint(root, 0, F::kRootBits, 0, 0, n_);
     for (uint32_t i = 0; i < n_;) {
-      if (items_[i].len <= S::kRootBits) {
+      if (items_[i].len <= F::kRootBits) {
         ++i;
         continue;
       }
       uint32_t c = Writer::root_slot(items_[i]), j = i + 1;
       while (j < n_ && Writer::root_slot(items_[j]) == c) ++j;
       uint32_t inherited = root[c];
-      root[c] = writer_.node(S::kRootBits, i, j, inherited);
+      root[c] = writer_.node(F::kRootBits, i, j, inherited);
       if (writer_.failed()) return false;
       t_->root_inner[c >> 5] |= 1u << (c & 31);
       i = j;
@@ -88,12 +88,12 @@ class Compiler {
   }
 
  private:
-  using Writer = NodeWriter<S, GrowingPool<S>>;
+  using Writer = NodeWriter<F, GrowingPool<F>>;
 
   const Item *items_;
   uint32_t n_;
   Table *t_;
-  GrowingPool<S> pool_;
+  GrowingPool<F> pool_;
   Writer writer_;
 };
 

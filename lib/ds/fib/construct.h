@@ -2,8 +2,9 @@
 // both widths. F is a family: a Shape (table.h) plus kModule (its source
 // name for diagnostics and the size-class allocator), kConstruct (the
 // construct operation's name for messages) and Fib (its public record,
-// derived from Table). Blocks follow the trie's allocation rule
-// (trie/blocks.h), so a table and its trie draw from their allocators
+// derived from Table), tagged by the caller (VDS_AT, diag.h) when it enters
+// an operation that reports or allocates. Blocks follow the trie's allocation
+// rule (trie/blocks.h), so a table and its trie draw from their allocators
 // alike.
 #pragma once
 
@@ -52,7 +53,7 @@ typename F::Fib *construct(void *ctx, const typename F::Trie *trie,
   using Fib = typename F::Fib;
   using Item = Prefix<F::kWords>;
   if (!trie) {
-    VDS_DIAG(kFailure, F::kModule, "%s: trie is 0!\n", F::kConstruct);
+    VDS_DIAG_AT(kFailure, F, "%s: trie is 0!\n", F::kConstruct);
     return nullptr;
   }
   auto *f = static_cast<Fib *>(take_array<F>(ctx, 1, sizeof(Fib)));

@@ -23,24 +23,24 @@
 
 namespace vds::fib {
 
-template <class S, class P>
+template <class F, class P>
 class NodeWriter {
  public:
-  using Item = Prefix<S::kWords>;
+  using Item = Prefix<F::kWords>;
 
   NodeWriter(const Item *items, P &pool) : items_(items), pool_(pool) {}
 
   // Root slot of an address (its top kRootBits bits).
   static uint32_t root_slot(const Item &it) {
-    return it.addr[0] >> (32 - S::kRootBits);
+    return it.addr[0] >> (32 - F::kRootBits);
   }
   // kStride address bits at p, 0 past the address's end.
   static uint32_t child(const Item &it, uint32_t p) {
-    if constexpr (S::kWords == 1) {
+    if constexpr (F::kWords == 1) {
       return stride_bits<1>(it.addr, p);
     } else {
       uint32_t k[2] = {it.addr[p >> 5],
-                       (p >> 5) + 1 < S::kWords ? it.addr[(p >> 5) + 1] : 0};
+                       (p >> 5) + 1 < F::kWords ? it.addr[(p >> 5) + 1] : 0};
       return stride_bits<2>(k, p & 31);
     }
   }

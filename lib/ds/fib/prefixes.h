@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#include "trie/bits.h"
+
 namespace vds::fib {
 
 template <uint32_t W>
@@ -13,18 +15,9 @@ struct Prefix {
   uint32_t data;
 };
 
-// out = the first len bits of the W address words at addr, the rest 0.
-template <uint32_t W>
-void cut(const uint32_t *addr, uint32_t len, uint32_t *out) {
-  for (uint32_t w = 0; w < W; ++w) {
-    uint32_t keep = len > w * 32 ? len - w * 32 : 0;
-    out[w] = keep >= 32 ? addr[w] : keep ? addr[w] & ~(~0u >> keep) : 0;
-  }
-}
-
 // Number of stored prefixes: every leaf entry and every prefix record.
-template <class L>
-uint32_t count_prefixes(const typename L::Trie *t) {
+template <class F>
+uint32_t count_prefixes(const typename F::Trie *t) {
   return t->n_entries + t->n_prefixes;
 }
 
@@ -34,21 +27,21 @@ uint32_t count_prefixes(const typename L::Trie *t) {
 // are exactly the next ones by number, up to that entry's innermost, and
 // they enclose it outermost first. A record holds no address: it is the
 // entry's address cut to the record's length. Returns the number written.
-template <class L>
-uint32_t list_prefixes(const typename L::Trie *t, Prefix<L::kWords> *out) {
+template <class F>
+uint32_t list_prefixes(const typename F::Trie *t, Prefix<F::kWords> *out) {
   uint32_t n = 0, next_record = 0;
   for (uint32_t i = 0; i < t->n_entries; ++i) {
-    const typename L::Entry &e = t->entries[i];
-    const uint32_t *addr = L::addr(e);
-    if (e.prefix != L::kNone) {
+    const typename F::Entry &e = t->entries[i];
+    const uint32_t *addr = F::addr(e);
+    if (e.prefix != F::kNone) {
       for (; next_record <= e.prefix; ++next_record, ++n) {
-        const typename L::Prefix &r = t->prefixes[next_record];
-        cut<L::kWords>(addr, r.len, out[n].addr);
+        const typename F::Prefix &r = t->prefixes[next_record];
+        trie::cut<F::kWords>(addr, r.len, out[n].addr);
         out[n].len = r.len;
         out[n].data = r.data;
       }
     }
-    for (uint32_t w = 0; w < L::kWords; ++w) out[n].addr[w] = addr[w];
+    for (uint32_t w = 0; w < F::kWords; ++w) out[n].addr[w] = addr[w];
     out[n].len = e.len;
     out[n].data = e.data;
     ++n;

@@ -10,9 +10,11 @@
 // The families differ only in policy, supplied as P:
 //   Table, Element               record types (fields named as in the headers)
 //   kModule, kFold, kMaxField    source name, key-hash fold, largest ksz/vsz
+//   kLine                        the entering call's line (VDS_AT, diag.h),
+//                                for operations that report
 //   ctx(t), bind(t, ctx)         the table's allocator context
-//   alloc/release                records, elements and iterators
-//   alloc_buckets/free_buckets   bucket arrays
+//   take/give                    records, elements and iterators
+//   take_buckets/give_buckets    bucket arrays
 //   linked/unlinking             hooks run as an element joins or leaves
 //   release_parts                run by destruct before the record is freed
 //   SizeArg, Addr, addr()        argument types of the family's messages
@@ -111,22 +113,22 @@ struct Chained {
     uint64_t n = 1;
     while (n < hint) n <<= 1;
     if (!array_fits(n)) {
-      VDS_DIAG(kFailure, P::kModule, "%s: bucket count %u too large\n",
-               P::kText.construct, hint);
+      VDS_DIAG_AT(kFailure, P, "%s: bucket count %u too large\n",
+                  P::kText.construct, hint);
       return nullptr;
     }
-    auto *t = static_cast<T *>(P::alloc(ctx, sizeof(T)));
+    auto *t = static_cast<T *>(P::take(ctx, sizeof(T)));
     if (!t) {
-      VDS_DIAG(kFailure, P::kModule, P::kText.record_failed,
-               typename P::SizeArg(sizeof(T)));
+      VDS_DIAG_AT(kFailure, P, P::kText.record_failed,
+                  typename P::SizeArg(sizeof(T)));
       return nullptr;
     }
     memset(t, 0, sizeof(T));
     P::bind(t, ctx);
     uint32_t bytes = array_bytes(uint32_t(n));
-    t->buckets = static_cast<E **>(P::alloc_buckets(ctx, bytes));
+    t->buckets = static_cast<E **>(P::take_buckets(ctx, bytes));
     if (!t->buckets) {
-      VDS_DIAG(kFailure, P::kModule, P::kText.buckets_failed, int(bytes));
+      VDS_DIAG_AT(kFailure, P, P::kText.buckets_failed, int(bytes));
       destruct(t);
       return nullptr;
     }
@@ -143,11 +145,11 @@ struct Chained {
     void *ctx = P::ctx(t);
     if (t->buckets) {
       remove_all(t);
-      P::free_buckets(ctx, t->buckets, array_bytes(t->n_buckets));
+      P::give_buckets(ctx, t->buckets, array_bytes(t->n_buckets));
       t->buckets = nullptr;
     }
     P::release_parts(t);
-    P::release(ctx, t, sizeof(T));
+    P::give(ctx, t, sizeof(T));
   }
 
   // ---- insert and delete ----
@@ -159,21 +161,20 @@ struct Chained {
   static E *insert(T *t, const void *key, uint32_t ksz, const void *val,
                    uint32_t vsz, const void *extra, uint32_t extra_sz) {
     if (extra_sz && !extra) {
-      VDS_DIAG(kFailure, P::kModule, "%s: extra is NULL but extra_sz is %u\n",
-               P::kText.insert, extra_sz);
+      VDS_DIAG_AT(kFailure, P, "%s: extra is NULL but extra_sz is %u\n",
+                  P::kText.insert, extra_sz);
       return nullptr;
     }
     uint64_t vtotal = uint64_t(vsz) + extra_sz;
     uint64_t size = sizeof(E) + ((uint64_t(ksz) + 3) & ~uint64_t(3)) + vtotal;
     if (ksz > P::kMaxField || vtotal > P::kMaxField || size > UINT32_MAX) {
-      VDS_DIAG(kFailure, P::kModule,
-               "%s: ksz %u or vsz %u + extra_sz %u too large\n",
-               P::kText.insert, ksz, vsz, extra_sz);
+      VDS_DIAG_AT(kFailure, P, "%s: ksz %u or vsz %u + extra_sz %u too large\n",
+                  P::kText.insert, ksz, vsz, extra_sz);
       return nullptr;
     }
-    auto *e = static_cast<E *>(P::alloc(P::ctx(t), uint32_t(size)));
+    auto *e = static_cast<E *>(P::take(P::ctx(t), uint32_t(size)));
     if (!e) {
-      VDS_DIAG(kFailure, P::kModule, P::kText.insert_failed, int(size));
+      VDS_DIAG_AT(kFailure, P, P::kText.insert_failed, int(size));
       return nullptr;
     }
     e->table = t;
@@ -199,7 +200,7 @@ struct Chained {
   // it. An element on no chain (null pprev) is reported and left alone.
   static void remove(E *e) {
     if (!e->pprev) {
-      VDS_DIAG(kFailure, P::kModule, P::kText.corrupt, P::addr(e));
+      VDS_DIAG_AT(kFailure, P, P::kText.corrupt, P::addr(e));
       return;
     }
     T *t = e->table;
@@ -209,7 +210,7 @@ struct Chained {
     uint32_t size = block_size(e);
     if (t->value_destructor) t->value_destructor(val_of(e), e->vsz);
     memset(static_cast<void *>(e), 0, sizeof(E));
-    P::release(P::ctx(t), e, size);
+    P::give(P::ctx(t), e, size);
     t->nelements--;
   }
 
@@ -241,23 +242,23 @@ struct Chained {
   // An iterator's block, reported when it cannot be had, and its release.
   // A family with its own walk order fills the block in itself.
   template <class It>
-  static It *iter_alloc(T *t) {
-    auto *it = static_cast<It *>(P::alloc(P::ctx(t), sizeof(It)));
+  static It *take_iter(T *t) {
+    auto *it = static_cast<It *>(P::take(P::ctx(t), sizeof(It)));
     if (!it)
-      VDS_DIAG(kFailure, P::kModule, P::kText.iter_failed,
-               typename P::SizeArg(sizeof(It)));
+      VDS_DIAG_AT(kFailure, P, P::kText.iter_failed,
+                  typename P::SizeArg(sizeof(It)));
     return it;
   }
 
   template <class It>
   static void iter_destruct(It *it) {
-    if (it) P::release(P::ctx(it->table), it, sizeof(It));
+    if (it) P::give(P::ctx(it->table), it, sizeof(It));
   }
 
   // ---- bucket-order iteration (iterators with table/next_element/bucket) ----
   template <class It>
   static It *iter_construct(T *t) {
-    It *it = iter_alloc<It>(t);
+    It *it = take_iter<It>(t);
     if (it) iter_start(it, t);
     return it;
   }

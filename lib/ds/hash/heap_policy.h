@@ -24,12 +24,12 @@ struct HeapPolicy {
   static Addr addr(const void *p) { return reinterpret_cast<uintptr_t>(p); }
   static void *ctx(const Table *) { return nullptr; }
   static void bind(Table *, void *) {}
-  static void *alloc(void *, uint32_t size) { return __sc_kmalloc(size); }
-  static void release(void *, void *p, uint32_t size) { __sc_kfree(p, size); }
-  static void *alloc_buckets(void *, uint32_t bytes) {
+  static void *take(void *, uint32_t size) { return __sc_kmalloc(size); }
+  static void give(void *, void *p, uint32_t size) { __sc_kfree(p, size); }
+  static void *take_buckets(void *, uint32_t bytes) {
     return __sc_kmalloc(bytes);
   }
-  static void free_buckets(void *, void *p, uint32_t bytes) {
+  static void give_buckets(void *, void *p, uint32_t bytes) {
     __sc_kfree(p, bytes);
   }
 

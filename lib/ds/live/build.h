@@ -36,7 +36,7 @@ class Builder {
 
   // Builds into v, a version not yet published (compile) or the current
   // one (update). Failures are reported as op's.
-  Builder(State<F> &s, Version *v, bool published, const char *op)
+  Builder(State<Family<F>> &s, Version *v, bool published, const char *op)
       : s_(s),
         v_(v),
         op_(op),
@@ -44,9 +44,9 @@ class Builder {
 
   // Fills v's root and pool from the whole record.
   Outcome compile() {
-    forget_value_nodes(s_);
+    forget_value_nodes<F>(s_);
     const uint32_t R = F::kRootBits;
-    const Record<F> &rec = s_.record;
+    const Record<Family<F>> &rec = s_.record;
     uint32_t *root = v_->root();
     // The root first holds each slot's inherited answer.
     for (uint32_t c = 0; c < F::kRootSlots; ++c) root[c] = s_.miss;
@@ -81,10 +81,10 @@ class Builder {
     Outcome o = plan_and_build(keys, n);
     if (o != Outcome::kDone) {
       v_->used = used;
-      forget_value_nodes(s_);  // some may lie past the restored end
+      forget_value_nodes<F>(s_);  // some may lie past the restored end
       s_.n_garbage = listed;
     } else {
-      stamp_garbage(s_, listed, s_.readers.advance());
+      stamp_garbage<F>(s_, listed, s_.readers.advance());
     }
     return o;
   }
@@ -173,7 +173,7 @@ class Builder {
       // root word holding an answer, that answer.
       const uint32_t inherited = p.lo < p.hi ? old : p.word;
       o = compile_region(F::kRootBits, slot_region(p.slot), inherited, c);
-      if (o == Outcome::kDone && old_node) unlink_tree(s_, v_, old & ~kNode);
+      if (o == Outcome::kDone && old_node) unlink_tree<F>(s_, v_, old & ~kNode);
     }
     if (o != Outcome::kDone) return o;
     return root_word(c, p.word);
@@ -185,7 +185,7 @@ class Builder {
       word = c.node ? c.word | kNode : c.word;
       return Outcome::kDone;
     }
-    if (uint32_t at = value_node(s_, c.word)) {
+    if (uint32_t at = value_node<F>(s_, c.word)) {
       word = at | kNode;
       return Outcome::kDone;
     }
@@ -194,7 +194,7 @@ class Builder {
     Writer w(nullptr, pool_);
     uint32_t at = w.put(val, 0, c.word);
     if (w.failed()) return failed();
-    remember_value_node(s_, c.word, at);
+    remember_value_node<F>(s_, c.word, at);
     word = at | kNode;
     return Outcome::kDone;
   }
@@ -208,7 +208,7 @@ class Builder {
     for (uint32_t i = 0; i < n; ++i) {
       if (keys[i].len <= p + fib::kStride) {
         Outcome o = compile_region(p, masked(keys[0], p), inherited, out);
-        if (o == Outcome::kDone) unlink_tree(s_, v_, at);
+        if (o == Outcome::kDone) unlink_tree<F>(s_, v_, at);
         return o;
       }
     }
@@ -255,7 +255,7 @@ class Builder {
     uint32_t next = w.first_child(put);
     for (uint64_t b = inner; b; b &= b - 1)
       v_->pool[next++] = below[std::countr_zero(b)];
-    unlink_node(s_, v_, at);
+    unlink_node<F>(s_, v_, at);
     out = Child{true, put};
     return Outcome::kDone;
   }
@@ -266,10 +266,11 @@ class Builder {
                          Child &out) {
     Item from = region;
     from.len = p + 1;
-    const Record<F> &rec = s_.record;
+    const Record<Family<F>> &rec = s_.record;
     uint32_t n = 0;
     for (auto at = rec.lower_bound(from);
-         !rec.end(at) && same_bits<F::kWords>(rec.at(at).addr, region.addr, p);
+         !rec.end(at) &&
+         trie::same_prefix<F::kWords>(rec.at(at).addr, region.addr, p);
          rec.next(at)) {
       if (!copy(n, rec.at(at))) return Outcome::kNoMemory;
     }
@@ -330,10 +331,10 @@ class Builder {
         break;
       }
     }
-    const Record<F> &rec = s_.record;
+    const Record<Family<F>> &rec = s_.record;
     for (auto at = rec.lower_bound(key);
          !rec.end(at) &&
-         same_bits<F::kWords>(rec.at(at).addr, key.addr, key.len);
+         trie::same_prefix<F::kWords>(rec.at(at).addr, key.addr, key.len);
          rec.next(at)) {
       if (rec.at(at).len <= F::kRootBits)
         paint(rec.at(at), slots, Writer::root_slot(key));
@@ -343,7 +344,7 @@ class Builder {
   // key cut to its first len bits, as a prefix of len bits.
   static Item masked(const Item &key, uint32_t len) {
     Item out = key;
-    fib::cut<F::kWords>(key.addr, len, out.addr);
+    trie::cut<F::kWords>(key.addr, len, out.addr);
     out.len = len;
     return out;
   }
@@ -354,7 +355,7 @@ class Builder {
     return out;
   }
 
-  State<F> &s_;
+  State<Family<F>> &s_;
   Version *v_;
   const char *op_;
   Pool<F> pool_;

@@ -34,13 +34,13 @@ inline uint32_t node_words(const uint32_t *pool, uint32_t at) {
 // it commits).
 // Value nodes, shared, are never listed.
 template <class F>
-void unlink_node(State<F> &s, const Version *v, uint32_t at) {
+void unlink_node(State<Family<F>> &s, const Version *v, uint32_t at) {
   if (value_shaped(v->pool, at)) return;
   if (s.n_garbage == s.garbage_cap &&
       !fib::grow_array<F>(s.sz_ctx, s.garbage, s.garbage_cap, s.n_garbage, 256,
                           nullptr)) {
-    VDS_DIAG(
-        kTrace, F::kModule,
+    VDS_DIAG_AT(
+        kTrace, F,
         "%s: sc_kmalloc(%u) failed, unlinked nodes wait for the next "
         "compaction\n",
         F::kOps.publish,
@@ -53,25 +53,26 @@ void unlink_node(State<F> &s, const Version *v, uint32_t at) {
 
 // Lists the node at `at` and every node below it.
 template <class F>
-void unlink_tree(State<F> &s, const Version *v, uint32_t at) {
-  unlink_node(s, v, at);
+void unlink_tree(State<Family<F>> &s, const Version *v, uint32_t at) {
+  unlink_node<F>(s, v, at);
   const uint32_t *n = v->pool + at;
   const uint64_t inner = fib::inner(n), runs = fib::runs(n);
   uint32_t child = at + fib::kHeaderWords + std::popcount(runs);
-  for (uint64_t b = inner; b; b &= b - 1) unlink_tree(s, v, v->pool[child++]);
+  for (uint64_t b = inner; b; b &= b - 1)
+    unlink_tree<F>(s, v, v->pool[child++]);
 }
 
 // Stamps the entries listed since `from`, for a publish that has just
 // unlinked them.
 template <class F>
-void stamp_garbage(State<F> &s, uint32_t from, uint32_t stamp) {
+void stamp_garbage(State<Family<F>> &s, uint32_t from, uint32_t stamp) {
   for (uint32_t i = from; i < s.n_garbage; ++i) s.garbage[i].stamp = stamp;
 }
 
 // Moves the entries every reader has passed onto the free lists, and the
 // rest to the list's front once they are fewer than those moved.
 template <class F>
-void free_garbage(State<F> &s, Version *v, uint32_t oldest) {
+void free_garbage(State<Family<F>> &s, Version *v, uint32_t oldest) {
   for (; s.garbage_first < s.n_garbage &&
          reached(oldest, s.garbage[s.garbage_first].stamp);
        ++s.garbage_first) {
@@ -89,7 +90,7 @@ void free_garbage(State<F> &s, Version *v, uint32_t oldest) {
 
 // Forgets every entry and free block: the pool they were in is retired.
 template <class F>
-void forget_garbage(State<F> &s) {
+void forget_garbage(State<Family<F>> &s) {
   s.garbage_first = s.n_garbage = 0;
   memset(s.free_blocks, 0, sizeof s.free_blocks);
 }

@@ -1,7 +1,8 @@
 // The live table's operations, shared by both widths. F is a family: a
 // fib Shape (fib/table.h) plus kModule (its source name for diagnostics
 // and the size-class allocator), kConstruct, kOps (the operations' names
-// for messages) and Live (its public record, derived from State<F>).
+// for messages) and Live (its public record, derived from State of the
+// untagged family). Operations are entered with F tagged (VDS_AT, diag.h).
 //
 // The writer keeps every prefix in its record and the prefixes changed
 // since the last publish in `staged`. A publish rebuilds what those touch
@@ -54,9 +55,9 @@ void give_version(void *ctx, Version *v) {
 // Makes the unlinked pool words and the retired versions no registered
 // reader can still hold free for reuse, or gives them back.
 template <class F>
-void reclaim(State<F> *t) {
+void reclaim(State<Family<F>> *t) {
   const uint32_t oldest = t->readers.oldest();
-  free_garbage(*t, t->current.load(std::memory_order_relaxed), oldest);
+  free_garbage<F>(*t, t->current.load(std::memory_order_relaxed), oldest);
   while (t->retired && reached(oldest, t->retired->retired_at)) {
     Version *v = t->retired;
     t->retired = v->next_retired;
@@ -67,7 +68,7 @@ void reclaim(State<F> *t) {
 // A new version compiled from the whole record, with room left in its pool
 // for about a quarter more words; null (reported as op's) without memory.
 template <class F>
-Version *compile(State<F> *t, const char *op) {
+Version *compile(State<Family<F>> *t, const char *op) {
   auto *v = static_cast<Version *>(
       fib::take_array<F>(t->sz_ctx, 1, version_bytes<F>(), op));
   if (!v) return nullptr;
@@ -83,7 +84,7 @@ Version *compile(State<F> *t, const char *op) {
   v->used = kLeadWords;  // word 0 names no block
   if (b.compile() != Outcome::kDone ||
       !b.pool().resize(v->used + v->used / 4 + 1024)) {
-    forget_value_nodes(*t);  // they were in v's pool
+    forget_value_nodes<F>(*t);  // they were in v's pool
     give_version<F>(t->sz_ctx, v);
     return nullptr;
   }
@@ -93,11 +94,11 @@ Version *compile(State<F> *t, const char *op) {
 // Publishes v in place of the current version and retires that one, with
 // the garbage listed in its pool.
 template <class F>
-void replace(State<F> *t, Version *v) {
+void replace(State<Family<F>> *t, Version *v) {
   Version *old = t->current.load(std::memory_order_relaxed);
   // release: readers load it with acquire (published()).
   t->current.store(v, std::memory_order_release);
-  forget_garbage(*t);
+  forget_garbage<F>(*t);
   if (!old) return;
   old->retired_at = t->readers.advance();
   old->next_retired = nullptr;
@@ -117,8 +118,8 @@ void destruct(typename F::Live *t) {
     t->retired = v->next_retired;
     give_version<F>(ctx, v);
   }
-  t->record.release();
-  using Item = typename State<F>::Item;
+  t->record.template release<F>();
+  using Item = typename State<Family<F>>::Item;
   if (t->staged)
     trie::give<F>(ctx, t->staged, t->staged_cap * uint32_t{sizeof(Item)});
   if (t->scratch)
@@ -137,7 +138,7 @@ template <class F>
 typename F::Live *construct(void *ctx, uint32_t miss, uint32_t max_readers) {
   using Live = typename F::Live;
   if (!max_readers) {
-    VDS_DIAG(kFailure, F::kModule, "%s: max_readers is 0!\n", F::kConstruct);
+    VDS_DIAG_AT(kFailure, F, "%s: max_readers is 0!\n", F::kConstruct);
     return nullptr;
   }
   auto *t = static_cast<Live *>(fib::take_array<F>(ctx, 1, sizeof(Live)));
@@ -172,15 +173,13 @@ typename F::Live *construct(void *ctx, uint32_t miss, uint32_t max_readers) {
 template <class F>
 bool valid(const uint32_t *addr, uint32_t len, const char *op) {
   if (len > F::kBits) {
-    VDS_DIAG(kFailure, F::kModule, "%s: prefix length %u past %u bits\n", op,
-             len, F::kBits);
+    VDS_DIAG_AT(kFailure, F, "%s: prefix length %u past %u bits\n", op, len,
+                F::kBits);
     return false;
   }
-  uint32_t cut_addr[F::kWords];
-  fib::cut<F::kWords>(addr, len, cut_addr);
-  if (memcmp(cut_addr, addr, sizeof cut_addr) != 0) {
-    VDS_DIAG(kFailure, F::kModule,
-             "%s: address bits set past prefix length %u\n", op, len);
+  if (trie::bits_beyond<F::kWords>(addr, len)) {
+    VDS_DIAG_AT(kFailure, F, "%s: address bits set past prefix length %u\n", op,
+                len);
     return false;
   }
   return true;
@@ -191,56 +190,58 @@ bool valid(const uint32_t *addr, uint32_t len, const char *op) {
 // next publish compiles the whole record instead (cheaper than rebuilding
 // each, and it needs no list), so staging never fails for the list.
 template <class F>
-void room_to_stage(State<F> *t, const char *op) {
+void room_to_stage(State<Family<F>> *t, const char *op) {
   if (t->restage_all || t->n_staged < t->staged_cap) return;
   if (t->n_staged < 4096 + t->record.size() / 32) {
     if (fib::grow_array<F>(t->sz_ctx, t->staged, t->staged_cap, t->n_staged, 64,
                            nullptr))
       return;
-    VDS_DIAG(kTrace, F::kModule,
-             "%s: sc_kmalloc(%u) failed, the next publish compiles the "
-             "whole table\n",
-             op,
-             (t->staged_cap ? 2 * t->staged_cap : 64) *
-                 uint32_t{sizeof(typename State<F>::Item)});
+    VDS_DIAG_AT(kTrace, F,
+                "%s: sc_kmalloc(%u) failed, the next publish compiles the "
+                "whole table\n",
+                op,
+                (t->staged_cap ? 2 * t->staged_cap : 64) *
+                    uint32_t{sizeof(typename State<Family<F>>::Item)});
   }
   t->restage_all = true;
   t->n_staged = 0;
 }
 
 template <class F>
-void note_staged(State<F> *t, const typename State<F>::Item &it) {
+void note_staged(State<Family<F>> *t,
+                 const typename State<Family<F>>::Item &it) {
   if (!t->restage_all) t->staged[t->n_staged++] = it;
 }
 
 template <class F>
-int set(State<F> *t, const uint32_t *addr, uint32_t len, uint32_t data) {
+int set(State<Family<F>> *t, const uint32_t *addr, uint32_t len,
+        uint32_t data) {
   if (!valid<F>(addr, len, F::kOps.set)) return -1;
-  typename State<F>::Item it;
+  typename State<Family<F>>::Item it;
   memcpy(it.addr, addr, sizeof it.addr);
   it.len = len;
   it.data = data;
-  if (!t->record.assign(it, F::kOps.set)) return -1;
-  room_to_stage(t, F::kOps.set);
-  note_staged(t, it);
+  if (!t->record.template assign<F>(it, F::kOps.set)) return -1;
+  room_to_stage<F>(t, F::kOps.set);
+  note_staged<F>(t, it);
   return 0;
 }
 
 template <class F>
-int remove(State<F> *t, const uint32_t *addr, uint32_t len) {
+int remove(State<Family<F>> *t, const uint32_t *addr, uint32_t len) {
   if (!valid<F>(addr, len, F::kOps.remove)) return -1;
-  typename State<F>::Item it{};
+  typename State<Family<F>>::Item it{};
   memcpy(it.addr, addr, sizeof it.addr);
   it.len = len;
-  if (!t->record.erase(it)) return 1;
-  room_to_stage(t, F::kOps.remove);
-  note_staged(t, it);
+  if (!t->record.template erase<F>(it)) return 1;
+  room_to_stage<F>(t, F::kOps.remove);
+  note_staged<F>(t, it);
   return 0;
 }
 
 template <class F>
-int publish(State<F> *t) {
-  using Item = typename State<F>::Item;
+int publish(State<Family<F>> *t) {
+  using Item = typename State<Family<F>>::Item;
   if (t->restage_all || t->n_staged) {
     Outcome o = Outcome::kNoRoom;
     if (!t->restage_all) {
@@ -282,7 +283,7 @@ int publish(State<F> *t) {
 template <class F>
 uint32_t memory_usage(const typename F::Live *t) {
   if (!t) return 0;
-  using Item = typename State<F>::Item;
+  using Item = typename State<Family<F>>::Item;
   uint64_t bytes = sizeof *t + t->record.bytes() + F::kRootSlots / 8 +
                    t->garbage_cap * uint64_t{sizeof(Garbage)} +
                    t->values_cap * uint64_t{8} +
@@ -298,32 +299,31 @@ uint32_t memory_usage(const typename F::Live *t) {
 }
 
 template <class F>
-int reader_register(State<F> *t) {
+int reader_register(State<Family<F>> *t) {
   int r = t->readers.enter();
   if (r < 0)
-    VDS_DIAG(kFailure, F::kModule, "%s: all %u reader slots are taken\n",
-             F::kOps.reader_register, t->readers.count());
+    VDS_DIAG_AT(kFailure, F, "%s: all %u reader slots are taken\n",
+                F::kOps.reader_register, t->readers.count());
   return r;
 }
 
 // Whether reader is a registered slot; else reported as op's.
 template <class F>
-bool registered(const State<F> *t, int reader, const char *op) {
+bool registered(const State<Family<F>> *t, int reader, const char *op) {
   if (t->readers.registered(reader)) return true;
-  VDS_DIAG(kFailure, F::kModule, "%s: reader %d is not registered\n", op,
-           reader);
+  VDS_DIAG_AT(kFailure, F, "%s: reader %d is not registered\n", op, reader);
   return false;
 }
 
 template <class F>
-void reader_unregister(State<F> *t, int reader) {
-  if (registered(t, reader, F::kOps.reader_unregister))
+void reader_unregister(State<Family<F>> *t, int reader) {
+  if (registered<F>(t, reader, F::kOps.reader_unregister))
     t->readers.leave(reader);
 }
 
 template <class F>
-void quiescent(State<F> *t, int reader) {
-  if (registered(t, reader, F::kOps.quiescent)) t->readers.quiescent(reader);
+void quiescent(State<Family<F>> *t, int reader) {
+  if (registered<F>(t, reader, F::kOps.quiescent)) t->readers.quiescent(reader);
 }
 
 // The version a lookup answers from. acquire: its root and pool were

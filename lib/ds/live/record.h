@@ -24,19 +24,9 @@ int compare(const fib::Prefix<W> &a, const fib::Prefix<W> &b) {
   return a.len < b.len ? -1 : a.len > b.len;
 }
 
-// Whether the first `len` bits of a and b agree.
-template <uint32_t W>
-bool same_bits(const uint32_t *a, const uint32_t *b, uint32_t len) {
-  for (uint32_t w = 0; w < W && len; ++w) {
-    uint32_t keep = len >= 32 ? 32 : len;
-    uint32_t mask = ~0u << (32 - keep);
-    if ((a[w] ^ b[w]) & mask) return false;
-    len -= keep;
-  }
-  return true;
-}
-
-// F: a family (live.h) naming the width and the allocation rule.
+// F: a family (live.h) naming the width. The operations that take or give
+// blocks are entered with the tagged family A (diag.h) of the call that
+// reached them.
 template <class F>
 class Record {
  public:
@@ -62,9 +52,10 @@ class Record {
     ctx_ = ctx;
   }
   // Gives back every block.
+  template <class A>
   void release() {
-    for (uint32_t i = 0; i < n_chunks_; ++i) give_chunk(dir_[i].chunk);
-    if (dir_) trie::give<F>(ctx_, dir_, cap_ * uint32_t{sizeof(Slot)});
+    for (uint32_t i = 0; i < n_chunks_; ++i) give_chunk<A>(dir_[i].chunk);
+    if (dir_) trie::give<A>(ctx_, dir_, cap_ * uint32_t{sizeof(Slot)});
     init(ctx_);
   }
 
@@ -97,8 +88,9 @@ class Record {
   // Adds it, or replaces the data of the item with its address and length.
   // False (the failure reported as op's) when a block could not be taken;
   // the record is then unchanged.
+  template <class A>
   bool assign(const Item &it, const char *op) {
-    if (!n_chunks_ && !add_chunk(0, op)) return false;
+    if (!n_chunks_ && !add_chunk<A>(0, op)) return false;
     uint32_t ci = chunk_for(it);
     Chunk *c = dir_[ci].chunk;
     uint32_t i = index_in(c, it);
@@ -130,7 +122,7 @@ class Record {
         // added in order fills its chunks; elsewhere the chunk splits in
         // halves.
         bool append = !right && i == c->n;
-        if (!add_chunk(ci + 1, op)) return false;
+        if (!add_chunk<A>(ci + 1, op)) return false;
         right = dir_[ci + 1].chunk;
         if (!append) {
           const uint32_t half = kChunkItems / 2;
@@ -153,6 +145,7 @@ class Record {
   }
 
   // Removes the item with key's address and length; false when absent.
+  template <class A>
   bool erase(const Item &key) {
     if (!n_chunks_) return false;
     uint32_t ci = chunk_for(key);
@@ -168,9 +161,9 @@ class Record {
       memcpy(c->items + c->n, dir_[ci + 1].chunk->items,
              dir_[ci + 1].chunk->n * sizeof(Item));
       c->n += dir_[ci + 1].chunk->n;
-      drop_chunk(ci + 1);
+      drop_chunk<A>(ci + 1);
     } else if (!c->n) {
-      drop_chunk(ci);
+      drop_chunk<A>(ci);
       return true;
     }
     refresh(ci);
@@ -205,12 +198,13 @@ class Record {
 
   // Inserts an empty chunk at directory index i, growing the directory
   // first; nothing changes when a block cannot be taken.
+  template <class A>
   bool add_chunk(uint32_t i, const char *op) {
     if (n_chunks_ == cap_ &&
-        !fib::grow_array<F>(ctx_, dir_, cap_, n_chunks_, 16, op))
+        !fib::grow_array<A>(ctx_, dir_, cap_, n_chunks_, 16, op))
       return false;
     auto *c = static_cast<Chunk *>(
-        fib::take_array<F>(ctx_, 1, uint32_t{sizeof(Chunk)}, op));
+        fib::take_array<A>(ctx_, 1, uint32_t{sizeof(Chunk)}, op));
     if (!c) return false;
     c->n = 0;
     memmove(dir_ + i + 1, dir_ + i, (n_chunks_ - i) * sizeof(Slot));
@@ -218,12 +212,16 @@ class Record {
     ++n_chunks_;
     return true;
   }
+  template <class A>
   void drop_chunk(uint32_t i) {
-    give_chunk(dir_[i].chunk);
+    give_chunk<A>(dir_[i].chunk);
     memmove(dir_ + i, dir_ + i + 1, (n_chunks_ - i - 1) * sizeof(Slot));
     --n_chunks_;
   }
-  void give_chunk(Chunk *c) { trie::give<F>(ctx_, c, sizeof(Chunk)); }
+  template <class A>
+  void give_chunk(Chunk *c) {
+    trie::give<A>(ctx_, c, sizeof(Chunk));
+  }
   // Copies the first items of chunks [from, from + 2) that exist into the
   // directory, after a change that may have moved them.
   void refresh(uint32_t from) {

@@ -16,7 +16,7 @@ namespace vds::live {
 
 // The position of the value node answering `value`, 0 when none is known.
 template <class F>
-uint32_t value_node(const State<F> &s, uint32_t value) {
+uint32_t value_node(const State<Family<F>> &s, uint32_t value) {
   if (!s.values_cap) return 0;
   for (uint32_t i = value * 2654435761u & (s.values_cap - 1);;
        i = (i + 1) & (s.values_cap - 1)) {
@@ -26,7 +26,7 @@ uint32_t value_node(const State<F> &s, uint32_t value) {
 }
 
 template <class F>
-void remember_value_node(State<F> &s, uint32_t value, uint32_t at) {
+void remember_value_node(State<Family<F>> &s, uint32_t value, uint32_t at) {
   if (2 * (s.n_values + 1) > s.values_cap) {
     const uint32_t cap = s.values_cap ? 2 * s.values_cap : 64;
     auto *grown = static_cast<uint32_t *>(trie::take<F>(s.sz_ctx, cap * 8u));
@@ -38,7 +38,7 @@ void remember_value_node(State<F> &s, uint32_t value, uint32_t at) {
     s.values_cap = cap;
     s.n_values = 0;
     for (uint32_t i = 0; i < old_cap; ++i)
-      if (old[2 * i + 1]) remember_value_node(s, old[2 * i], old[2 * i + 1]);
+      if (old[2 * i + 1]) remember_value_node<F>(s, old[2 * i], old[2 * i + 1]);
     if (old) trie::give<F>(s.sz_ctx, old, old_cap * 8u);
   }
   uint32_t i = value * 2654435761u & (s.values_cap - 1);
@@ -51,7 +51,7 @@ void remember_value_node(State<F> &s, uint32_t value, uint32_t at) {
 // Forgets every value node: the pool they were in is retired, or words
 // they were written in are no longer the pool's.
 template <class F>
-void forget_value_nodes(State<F> &s) {
+void forget_value_nodes(State<Family<F>> &s) {
   if (s.values) memset(s.values, 0, s.values_cap * 8u);
   s.n_values = 0;
 }

@@ -46,17 +46,17 @@ struct LiveRoot {
   }
 };
 
-template <class S>
+template <class F>
 [[gnu::always_inline]] inline uint32_t lookup(const Version *v,
                                               const uint32_t *k) {
-  return fib::lookup<S>(LiveRoot{v->root()}, v->pool, k);
+  return fib::lookup<F>(LiveRoot{v->root()}, v->pool, k);
 }
 
-template <class S>
+template <class F>
 [[gnu::always_inline]] inline void lookup_bulk(const Version *v,
                                                const uint32_t *keys,
                                                uint32_t *data, uint32_t n) {
-  fib::lookup_bulk<S>(LiveRoot{v->root()}, v->pool, v->root(), keys, data, n);
+  fib::lookup_bulk<F>(LiveRoot{v->root()}, v->pool, v->root(), keys, data, n);
 }
 
 }  // namespace vds::live

@@ -43,15 +43,24 @@ bool same_prefix(const uint32_t *a, const uint32_t *b, uint32_t len) {
   return rem == 0 || ((a[full] ^ b[full]) >> (32 - rem)) == 0;
 }
 
+// out = the first len bits of the W words at a, every bit at a position
+// >= len cleared (out may be a). The one place a prefix length cuts an
+// address.
+template <uint32_t W>
+void cut(const uint32_t *a, uint32_t len, uint32_t *out) {
+  for (uint32_t w = 0; w < W; ++w) {
+    uint32_t keep = len > w * 32 ? len - w * 32 : 0;
+    out[w] = keep >= 32 ? a[w] : keep ? a[w] & ~(~0u >> keep) : 0;
+  }
+}
+
 // Whether any bit at a position >= len is set.
 template <uint32_t W>
 bool bits_beyond(const uint32_t *a, uint32_t len) {
-  for (uint32_t w = 0; w < W; ++w) {
-    uint32_t first = w * 32;
-    if (first + 32 <= len) continue;
-    uint32_t keep = len > first ? len - first : 0;
-    if (keep == 0 ? a[w] != 0 : (a[w] << keep) != 0) return true;
-  }
+  uint32_t kept[W];
+  cut<W>(a, len, kept);
+  for (uint32_t w = 0; w < W; ++w)
+    if (kept[w] != a[w]) return true;
   return false;
 }
 

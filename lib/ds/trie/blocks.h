@@ -13,12 +13,12 @@ namespace vds::trie {
 
 template <class F>
 void *take(void *sz_ctx, uint32_t size) {
-  return block_alloc<SzLimit::kAtMost>(sz_ctx, size, F::kModule, __LINE__);
+  return take_block<SzLimit::kAtMost>(sz_ctx, size, F::kModule, F::kLine);
 }
 
 template <class F>
 void give(void *sz_ctx, void *block, uint32_t size) {
-  block_free<SzLimit::kAtMost>(sz_ctx, block, size, F::kModule, __LINE__);
+  give_block<SzLimit::kAtMost>(sz_ctx, block, size, F::kModule, F::kLine);
 }
 
 // Moves the first `keep` bytes of `block` into a new block of new_size

@@ -148,8 +148,8 @@ class Builder {
   // the node index.
   bool reserve(uint32_t count, uint32_t &at) {
     if (count > F::kIndexLimit - used_) {
-      VDS_DIAG(kFailure, F::kModule, "%s: more than %u nodes needed\n",
-               F::kText.construct, F::kIndexLimit);
+      VDS_DIAG_AT(kFailure, F, "%s: more than %u nodes needed\n",
+                  F::kText.construct, F::kIndexLimit);
       return false;
     }
     if (used_ + count > t_->n_nodes) {
@@ -160,8 +160,8 @@ class Builder {
       uint32_t word = sizeof(typename F::Node);
       if (!move_block<F>(t_->sz_ctx, t_->nodes, t_->n_nodes * word, cap * word,
                          used_ * word)) {
-        VDS_DIAG(kFailure, F::kModule, F::kText.nodes_failed,
-                 static_cast<size_t>(cap) * word);
+        VDS_DIAG_AT(kFailure, F, F::kText.nodes_failed,
+                    static_cast<size_t>(cap) * word);
         return false;
       }
       t_->n_nodes = cap;

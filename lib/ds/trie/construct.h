@@ -1,6 +1,7 @@
 // Construction and destruction of a trie, shared by both families. F is a
 // family: a layout (ipv4.h / ipv6.h) plus kModule, kText and the few
-// family-specific reports (too_many, reject_entry).
+// family-specific reports (too_many, reject_entry); an operation that may
+// report or allocate is entered with it tagged by the caller (VDS_AT, diag.h).
 #pragma once
 
 #include <stddef.h>
@@ -25,13 +26,13 @@ template <class F>
 bool valid_input(const typename F::Entry *in, uint32_t n, uint32_t fill_factor,
                  uint32_t root_branch) {
   if (fill_factor == 0) {
-    VDS_DIAG(kFailure, F::kModule, "%s: fill_factor must be at least 1\n",
-             F::kText.construct);
+    VDS_DIAG_AT(kFailure, F, "%s: fill_factor must be at least 1\n",
+                F::kText.construct);
     return false;
   }
   if (root_branch > F::kMaxBranch) {
-    VDS_DIAG(kFailure, F::kModule, "%s: root_branch %u exceeds %u\n",
-             F::kText.construct, root_branch, F::kMaxBranch);
+    VDS_DIAG_AT(kFailure, F, "%s: root_branch %u exceeds %u\n",
+                F::kText.construct, root_branch, F::kMaxBranch);
     return false;
   }
   for (uint32_t i = 0; i < n; ++i) {
@@ -54,9 +55,10 @@ bool root_branch_fits(const typename F::Trie *t, uint32_t root_branch) {
   if (t->n_entries < 2) return true;  // the root is a leaf
   uint32_t s = common_bits<F>(t->entries[0], t->entries[t->n_entries - 1], 0);
   if ((s & 31) + root_branch <= 32) return true;
-  VDS_DIAG(kFailure, F::kModule,
-           "%s: root_branch %u does not fit the address after %u common bits\n",
-           F::kText.construct, root_branch, s);
+  VDS_DIAG_AT(
+      kFailure, F,
+      "%s: root_branch %u does not fit the address after %u common bits\n",
+      F::kText.construct, root_branch, s);
   return false;
 }
 
@@ -86,8 +88,8 @@ void trim(typename F::Trie *t, uint32_t n, uint32_t used_nodes) {
   if (n > t->n_entries) {
     uint32_t size = t->n_entries * sizeof(Entry);
     if (!move_block<F>(ctx, t->entries, n * sizeof(Entry), size, size)) {
-      VDS_DIAG(kTrace, F::kModule, F::kText.entries_trim_failed,
-               static_cast<int>(size));
+      VDS_DIAG_AT(kTrace, F, F::kText.entries_trim_failed,
+                  static_cast<int>(size));
       mark_untrimmed<F>(t, kEntriesUntrimmed, n);
     }
   }
@@ -97,8 +99,8 @@ void trim(typename F::Trie *t, uint32_t n, uint32_t used_nodes) {
   } else if (n > t->n_prefixes) {
     uint32_t size = t->n_prefixes * sizeof(Prefix);
     if (!move_block<F>(ctx, t->prefixes, n * sizeof(Prefix), size, size)) {
-      VDS_DIAG(kTrace, F::kModule, F::kText.prefixes_trim_failed,
-               static_cast<int>(size));
+      VDS_DIAG_AT(kTrace, F, F::kText.prefixes_trim_failed,
+                  static_cast<int>(size));
       mark_untrimmed<F>(t, kPrefixesUntrimmed, n);
     }
   }
@@ -107,8 +109,8 @@ void trim(typename F::Trie *t, uint32_t n, uint32_t used_nodes) {
     if (move_block<F>(ctx, t->nodes, t->n_nodes * sizeof(Node), size, size))
       t->n_nodes = used_nodes;
     else
-      VDS_DIAG(kFailure, F::kModule, F::kText.nodes_trim_failed,
-               static_cast<int>(size));
+      VDS_DIAG_AT(kFailure, F, F::kText.nodes_trim_failed,
+                  static_cast<int>(size));
   }
 }
 
@@ -125,7 +127,7 @@ typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
 
   auto *t = static_cast<Trie *>(take<F>(sz_ctx, sizeof(Trie)));
   if (!t) {
-    VDS_DIAG(kFailure, F::kModule, F::kText.record_failed, sizeof(Trie));
+    VDS_DIAG_AT(kFailure, F, F::kText.record_failed, sizeof(Trie));
     return nullptr;
   }
   memset(t, 0, sizeof *t);
@@ -136,21 +138,21 @@ typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
     return nullptr;
   };
   if (n == 0) {
-    VDS_DIAG(kFailure, F::kModule, F::kText.no_entries);
+    VDS_DIAG_AT(kFailure, F, F::kText.no_entries);
     return t;
   }
 
   size_t entries_size = size_t{n} * sizeof(typename F::Entry);
   t->entries = static_cast<typename F::Entry *>(take<F>(sz_ctx, entries_size));
   if (!t->entries) {
-    VDS_DIAG(kFailure, F::kModule, F::kText.entries_failed, entries_size);
+    VDS_DIAG_AT(kFailure, F, F::kText.entries_failed, entries_size);
     return fail();
   }
   size_t prefixes_size = size_t{n} * sizeof(typename F::Prefix);
   t->prefixes =
       static_cast<typename F::Prefix *>(take<F>(sz_ctx, prefixes_size));
   if (!t->prefixes) {
-    VDS_DIAG(kFailure, F::kModule, F::kText.prefixes_failed, prefixes_size);
+    VDS_DIAG_AT(kFailure, F, F::kText.prefixes_failed, prefixes_size);
     return fail();
   }
 
@@ -166,7 +168,7 @@ typename F::Trie *construct(void *sz_ctx, const typename F::Entry *in,
   size_t nodes_size = size_t{n_nodes} * sizeof(typename F::Node);
   t->nodes = static_cast<typename F::Node *>(take<F>(sz_ctx, nodes_size));
   if (!t->nodes) {
-    VDS_DIAG(kFailure, F::kModule, F::kText.nodes_failed, nodes_size);
+    VDS_DIAG_AT(kFailure, F, F::kText.nodes_failed, nodes_size);
     return fail();
   }
   t->n_nodes = n_nodes;

@@ -14,14 +14,14 @@ template <Family F>
 typename F::Iter *iter_construct(typename F::Trie *t) {
   using Iter = typename F::Iter;
   if (!t) {
-    VDS_DIAG(kFailure, F::kModule, "sc_btrie_iter_construct: trie is 0!\n");
+    VDS_DIAG_AT(kFailure, F, "sc_btrie_iter_construct: trie is 0!\n");
     return nullptr;
   }
   auto *it = static_cast<Iter *>(take<F>(t->sz_ctx, sizeof(Iter)));
   if (!it) {
-    VDS_DIAG(kFailure, F::kModule,
-             "sc_btrie_iter_construct: sc_kmalloc(1, %zd) failed",
-             sizeof(Iter));
+    VDS_DIAG_AT(kFailure, F,
+                "sc_btrie_iter_construct: sc_kmalloc(1, %zd) failed",
+                sizeof(Iter));
     return nullptr;
   }
   it->trie = t;

@@ -1,5 +1,6 @@
 // The longest-prefix-match walk. The bulk lookups take their own steps
-// down the nodes and share only walk_resolve with the single lookup.
+// down the nodes; they share with the single lookup the node decoding
+// (Records::child and leaf) and walk_resolve.
 //
 // A key is passed as its address words, most significant first (one word
 // for IPv4, four for IPv6). The walk allocates nothing and does not

@@ -16,7 +16,7 @@ namespace {
 using namespace vds::trie;
 
 struct Btrie : Ipv4 {
-  static constexpr const char kModule[] = "lib/pfe/ds/src/sc_btrie";
+  static constexpr char kModule[] = "lib/pfe/ds/src/sc_btrie";
   static constexpr Texts kText = {
       .construct = "sc_btrie_construct",
       .too_many = "sc_btrie_construct: too many entries (%d > %d)\n",
@@ -51,7 +51,8 @@ VDS_API sc_btrie *sc_btrie_construct(void *sz_ctx,
                                      const sc_btrie_entry *entries,
                                      uint32_t n_entries, uint32_t fill_factor,
                                      uint32_t root_branch) {
-  return construct<Btrie>(sz_ctx, entries, n_entries, fill_factor, root_branch);
+  return construct<VDS_AT(Btrie)>(sz_ctx, entries, n_entries, fill_factor,
+                                  root_branch);
 }
 
 VDS_API void sc_btrie_set_data_destructor(sc_btrie *trie,
@@ -59,14 +60,16 @@ VDS_API void sc_btrie_set_data_destructor(sc_btrie *trie,
   trie->data_destructor = destructor;
 }
 
-VDS_API void sc_btrie_destruct(sc_btrie *trie) { destruct<Btrie>(trie); }
+VDS_API void sc_btrie_destruct(sc_btrie *trie) {
+  destruct<VDS_AT(Btrie)>(trie);
+}
 
 VDS_API uint32_t sc_btrie_lpmatch(const sc_btrie *trie, uint32_t key) {
   return lpmatch<Btrie>(trie, &key);
 }
 
 VDS_API sc_btrie_iter *sc_btrie_iter_construct(sc_btrie *trie) {
-  return iter_construct<Btrie>(trie);
+  return iter_construct<VDS_AT(Btrie)>(trie);
 }
 
 VDS_API int sc_btrie_iter_next(sc_btrie_iter *it, sc_btrie_item *item) {
@@ -74,7 +77,7 @@ VDS_API int sc_btrie_iter_next(sc_btrie_iter *it, sc_btrie_item *item) {
 }
 
 VDS_API void sc_btrie_iter_destruct(sc_btrie_iter *it) {
-  iter_destruct<Btrie>(it);
+  iter_destruct<VDS_AT(Btrie)>(it);
 }
 
 VDS_API uint32_t sc_btrie_memory_usage(const sc_btrie *trie) {

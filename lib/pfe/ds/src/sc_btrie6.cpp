@@ -17,7 +17,7 @@ namespace {
 using namespace vds::trie;
 
 struct Btrie6 : Ipv6 {
-  static constexpr const char kModule[] = "lib/pfe/ds/src/sc_btrie6";
+  static constexpr char kModule[] = "lib/pfe/ds/src/sc_btrie6";
   static constexpr Texts kText = {
       .construct = "sc_btrie6_construct",
       .too_many = "sc_btrie6_construct: too many entries (%d > %d)\n",
@@ -60,8 +60,8 @@ VDS_API sc_btrie6 *sc_btrie6_construct(void *sz_ctx,
                                        const sc_btrie6_entry *entries,
                                        uint32_t n_entries, uint32_t fill_factor,
                                        uint32_t root_branch) {
-  return construct<Btrie6>(sz_ctx, entries, n_entries, fill_factor,
-                           root_branch);
+  return construct<VDS_AT(Btrie6)>(sz_ctx, entries, n_entries, fill_factor,
+                                   root_branch);
 }
 
 VDS_API void sc_btrie6_set_data_destructor(
@@ -69,7 +69,9 @@ VDS_API void sc_btrie6_set_data_destructor(
   trie->data_destructor = destructor;
 }
 
-VDS_API void sc_btrie6_destruct(sc_btrie6 *trie) { destruct<Btrie6>(trie); }
+VDS_API void sc_btrie6_destruct(sc_btrie6 *trie) {
+  destruct<VDS_AT(Btrie6)>(trie);
+}
 
 VDS_API uint32_t sc_btrie6_lpmatch(const sc_btrie6 *trie,
                                    const uint32_t key[4]) {
@@ -77,7 +79,7 @@ VDS_API uint32_t sc_btrie6_lpmatch(const sc_btrie6 *trie,
 }
 
 VDS_API sc_btrie6_iter *sc_btrie6_iter_construct(sc_btrie6 *trie) {
-  return iter_construct<Btrie6>(trie);
+  return iter_construct<VDS_AT(Btrie6)>(trie);
 }
 
 VDS_API int sc_btrie6_iter_next(sc_btrie6_iter *it, sc_btrie6_item *item) {
@@ -85,7 +87,7 @@ VDS_API int sc_btrie6_iter_next(sc_btrie6_iter *it, sc_btrie6_item *item) {
 }
 
 VDS_API void sc_btrie6_iter_destruct(sc_btrie6_iter *it) {
-  iter_destruct<Btrie6>(it);
+  iter_destruct<VDS_AT(Btrie6)>(it);
 }
 
 VDS_API uint32_t sc_btrie6_memory_usage(const sc_btrie6 *trie) {

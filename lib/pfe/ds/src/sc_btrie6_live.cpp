@@ -9,8 +9,8 @@ namespace {
 
 struct Live6 : vds::fib::Shape<vds::trie::Ipv6, 18> {
   using Live = struct ::sc_btrie6_live;
-  static constexpr const char kModule[] = "lib/pfe/ds/src/sc_btrie6_live";
-  static constexpr const char kConstruct[] = "sc_btrie6_live_construct";
+  static constexpr char kModule[] = "lib/pfe/ds/src/sc_btrie6_live";
+  static constexpr char kConstruct[] = "sc_btrie6_live_construct";
   static constexpr vds::live::Ops kOps = {
       .set = "sc_btrie6_live_set",
       .remove = "sc_btrie6_live_remove",
@@ -29,25 +29,25 @@ using vds::live::published;
 
 VDS_API sc_btrie6_live *sc_btrie6_live_construct(void *sz_ctx, uint32_t miss,
                                                  uint32_t max_readers) {
-  return vds::live::construct<Live6>(sz_ctx, miss, max_readers);
+  return vds::live::construct<VDS_AT(Live6)>(sz_ctx, miss, max_readers);
 }
 
 VDS_API void sc_btrie6_live_destruct(sc_btrie6_live *live) {
-  vds::live::destruct<Live6>(live);
+  vds::live::destruct<VDS_AT(Live6)>(live);
 }
 
 VDS_API int sc_btrie6_live_set(sc_btrie6_live *live, const uint32_t addr[4],
                                uint32_t len, uint32_t data) {
-  return vds::live::set<Live6>(live, addr, len, data);
+  return vds::live::set<VDS_AT(Live6)>(live, addr, len, data);
 }
 
 VDS_API int sc_btrie6_live_remove(sc_btrie6_live *live, const uint32_t addr[4],
                                   uint32_t len) {
-  return vds::live::remove<Live6>(live, addr, len);
+  return vds::live::remove<VDS_AT(Live6)>(live, addr, len);
 }
 
 VDS_API int sc_btrie6_live_publish(sc_btrie6_live *live) {
-  return vds::live::publish<Live6>(live);
+  return vds::live::publish<VDS_AT(Live6)>(live);
 }
 
 VDS_API uint32_t sc_btrie6_live_size(const sc_btrie6_live *live) {
@@ -59,16 +59,16 @@ VDS_API uint32_t sc_btrie6_live_memory_usage(const sc_btrie6_live *live) {
 }
 
 VDS_API int sc_btrie6_live_reader_register(sc_btrie6_live *live) {
-  return vds::live::reader_register<Live6>(live);
+  return vds::live::reader_register<VDS_AT(Live6)>(live);
 }
 
 VDS_API void sc_btrie6_live_reader_unregister(sc_btrie6_live *live,
                                               int reader) {
-  vds::live::reader_unregister<Live6>(live, reader);
+  vds::live::reader_unregister<VDS_AT(Live6)>(live, reader);
 }
 
 VDS_API void sc_btrie6_live_quiescent(sc_btrie6_live *live, int reader) {
-  vds::live::quiescent<Live6>(live, reader);
+  vds::live::quiescent<VDS_AT(Live6)>(live, reader);
 }
 
 namespace {

@@ -14,19 +14,19 @@ namespace {
 
 struct Fib4 : vds::fib::Shape<vds::trie::Ipv4, 18> {
   using Fib = sc_btrie_fib;
-  static constexpr const char kModule[] = "lib/pfe/ds/src/sc_btrie_fib";
-  static constexpr const char kConstruct[] = "sc_btrie_fib_construct";
+  static constexpr char kModule[] = "lib/pfe/ds/src/sc_btrie_fib";
+  static constexpr char kConstruct[] = "sc_btrie_fib_construct";
 };
 
 }  // namespace
 
 VDS_API sc_btrie_fib *sc_btrie_fib_construct(void *sz_ctx, const sc_btrie *trie,
                                              uint32_t miss) {
-  return vds::fib::construct<Fib4>(sz_ctx, trie, miss);
+  return vds::fib::construct<VDS_AT(Fib4)>(sz_ctx, trie, miss);
 }
 
 VDS_API void sc_btrie_fib_destruct(sc_btrie_fib *fib) {
-  vds::fib::destruct<Fib4>(fib);
+  vds::fib::destruct<VDS_AT(Fib4)>(fib);
 }
 
 namespace {

@@ -9,8 +9,8 @@ namespace {
 
 struct Live4 : vds::fib::Shape<vds::trie::Ipv4, 18> {
   using Live = struct ::sc_btrie_live;
-  static constexpr const char kModule[] = "lib/pfe/ds/src/sc_btrie_live";
-  static constexpr const char kConstruct[] = "sc_btrie_live_construct";
+  static constexpr char kModule[] = "lib/pfe/ds/src/sc_btrie_live";
+  static constexpr char kConstruct[] = "sc_btrie_live_construct";
   static constexpr vds::live::Ops kOps = {
       .set = "sc_btrie_live_set",
       .remove = "sc_btrie_live_remove",
@@ -29,25 +29,25 @@ using vds::live::published;
 
 VDS_API sc_btrie_live *sc_btrie_live_construct(void *sz_ctx, uint32_t miss,
                                                uint32_t max_readers) {
-  return vds::live::construct<Live4>(sz_ctx, miss, max_readers);
+  return vds::live::construct<VDS_AT(Live4)>(sz_ctx, miss, max_readers);
 }
 
 VDS_API void sc_btrie_live_destruct(sc_btrie_live *live) {
-  vds::live::destruct<Live4>(live);
+  vds::live::destruct<VDS_AT(Live4)>(live);
 }
 
 VDS_API int sc_btrie_live_set(sc_btrie_live *live, uint32_t addr, uint32_t len,
                               uint32_t data) {
-  return vds::live::set<Live4>(live, &addr, len, data);
+  return vds::live::set<VDS_AT(Live4)>(live, &addr, len, data);
 }
 
 VDS_API int sc_btrie_live_remove(sc_btrie_live *live, uint32_t addr,
                                  uint32_t len) {
-  return vds::live::remove<Live4>(live, &addr, len);
+  return vds::live::remove<VDS_AT(Live4)>(live, &addr, len);
 }
 
 VDS_API int sc_btrie_live_publish(sc_btrie_live *live) {
-  return vds::live::publish<Live4>(live);
+  return vds::live::publish<VDS_AT(Live4)>(live);
 }
 
 VDS_API uint32_t sc_btrie_live_size(const sc_btrie_live *live) {
@@ -59,15 +59,15 @@ VDS_API uint32_t sc_btrie_live_memory_usage(const sc_btrie_live *live) {
 }
 
 VDS_API int sc_btrie_live_reader_register(sc_btrie_live *live) {
-  return vds::live::reader_register<Live4>(live);
+  return vds::live::reader_register<VDS_AT(Live4)>(live);
 }
 
 VDS_API void sc_btrie_live_reader_unregister(sc_btrie_live *live, int reader) {
-  vds::live::reader_unregister<Live4>(live, reader);
+  vds::live::reader_unregister<VDS_AT(Live4)>(live, reader);
 }
 
 VDS_API void sc_btrie_live_quiescent(sc_btrie_live *live, int reader) {
-  vds::live::quiescent<Live4>(live, reader);
+  vds::live::quiescent<VDS_AT(Live4)>(live, reader);
 }
 
 namespace {

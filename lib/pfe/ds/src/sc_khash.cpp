@@ -17,7 +17,7 @@ struct Policy : vds::hash::NoHooks {
   using SizeArg = std::make_signed_t<size_t>;  // printed with %zd
   using Addr = const void *;
 
-  static constexpr const char *kModule = "lib/pfe/ds/src/sc_khash";
+  static constexpr char kModule[] = "lib/pfe/ds/src/sc_khash";
   static constexpr vds::hash::Fold kFold = vds::hash::Fold::kLongKeys;
   static constexpr uint32_t kMaxField = UINT16_MAX;
   static constexpr vds::hash::Texts kText = {
@@ -36,38 +36,40 @@ struct Policy : vds::hash::NoHooks {
   static Addr addr(const void *p) { return p; }
   static void *ctx(const sc_khash *t) { return t->sz_ctx; }
   static void bind(sc_khash *t, void *ctx) { t->sz_ctx = ctx; }
-  static void *alloc(void *ctx, uint32_t size) {
+  static void *take(void *ctx, uint32_t size) {
     return __sc_szalloc(ctx, size, 0, kModule, __LINE__);
   }
-  static void release(void *ctx, void *p, uint32_t size) {
+  static void give(void *ctx, void *p, uint32_t size) {
     __sc_szfree(ctx, p, size, kModule, __LINE__);
   }
   // Only an array strictly below the context's limit is a size-class block.
-  static void *alloc_buckets(void *ctx, uint32_t bytes) {
-    return vds::block_alloc<vds::SzLimit::kBelow>(ctx, bytes, kModule,
-                                                  __LINE__);
+  static void *take_buckets(void *ctx, uint32_t bytes) {
+    return vds::take_block<vds::SzLimit::kBelow>(ctx, bytes, kModule, __LINE__);
   }
-  static void free_buckets(void *ctx, void *p, uint32_t bytes) {
-    vds::block_free<vds::SzLimit::kBelow>(ctx, p, bytes, kModule, __LINE__);
+  static void give_buckets(void *ctx, void *p, uint32_t bytes) {
+    vds::give_block<vds::SzLimit::kBelow>(ctx, p, bytes, kModule, __LINE__);
   }
 };
 
 using Core = vds::hash::Chained<Policy>;
+// The core entered from the line given, for operations that may report.
+template <int Line>
+using CoreAt = vds::hash::Chained<vds::At<Policy, Line>>;
 
 }  // namespace
 
 VDS_API sc_khash *sc_khash_construct(
     uint32_t n_buckets, void *sz_ctx,
     sc_khash_value_destructor value_destructor) {
-  return Core::construct(n_buckets, value_destructor, sz_ctx);
+  return CoreAt<__LINE__>::construct(n_buckets, value_destructor, sz_ctx);
 }
 
-VDS_API void sc_khash_destruct(sc_khash *t) { Core::destruct(t); }
+VDS_API void sc_khash_destruct(sc_khash *t) { CoreAt<__LINE__>::destruct(t); }
 
 VDS_API sc_khash_element *sc_khash_internal_insert(
     sc_khash *t, const void *key, uint32_t ksz, const void *val, uint32_t vsz,
     const void *extra, uint32_t extra_sz) {
-  return Core::insert(t, key, ksz, val, vsz, extra, extra_sz);
+  return CoreAt<__LINE__>::insert(t, key, ksz, val, vsz, extra, extra_sz);
 }
 
 VDS_API sc_khash_element **sc_khash_findp(sc_khash *t, const void *key,
@@ -75,12 +77,16 @@ VDS_API sc_khash_element **sc_khash_findp(sc_khash *t, const void *key,
   return Core::findp(t, key, ksz);
 }
 
-VDS_API void sc_khash_internal_delete(sc_khash_element *e) { Core::remove(e); }
-VDS_API void sc_khash_delete_all(sc_khash *t) { Core::remove_all(t); }
+VDS_API void sc_khash_internal_delete(sc_khash_element *e) {
+  CoreAt<__LINE__>::remove(e);
+}
+VDS_API void sc_khash_delete_all(sc_khash *t) {
+  CoreAt<__LINE__>::remove_all(t);
+}
 VDS_API void sc_khash_debug(sc_khash *t) { Core::dump(t); }
 
 VDS_API sc_khash_iter *sc_khash_iter_construct(sc_khash *t) {
-  return Core::iter_construct<sc_khash_iter>(t);
+  return CoreAt<__LINE__>::iter_construct<sc_khash_iter>(t);
 }
 
 VDS_API int sc_khash_iter_next(sc_khash_iter *kip, void **key, uint32_t *ksz,
@@ -99,5 +105,5 @@ VDS_API int sc_khash_iter_reinit(sc_khash_iter *kip) {
 }
 
 VDS_API void sc_khash_iter_destruct(sc_khash_iter *kip) {
-  Core::iter_destruct(kip);
+  CoreAt<__LINE__>::iter_destruct(kip);
 }

@@ -2,6 +2,7 @@
 #include "sc_ktimer.h"
 
 #include <string.h>
+#include <sys/types.h>
 
 #include "api.h"
 #include "diag.h"
@@ -10,6 +11,8 @@
 using namespace vds::timer;
 
 namespace {
+
+constexpr char kModule[] = "lib/pfe/ds/src/sc_ktimer";
 
 // Finds the cell of a timeout, or makes one at the end of its bucket's chain
 // (activating the bucket if the chain was empty).
@@ -20,7 +23,7 @@ sc_ktimer_cell *sc_ktimers_cell(sc_ktimers *set, uint32_t secs) {
     if (c->secs == secs) return c;
 
   auto *c =
-      sz_take<sc_ktimer_cell>(set, "sc_ktimers_cell: sc_szalloc(%zd) failed");
+      take<sc_ktimer_cell>(set, "sc_ktimers_cell: sc_szalloc(%zd) failed");
   if (!c) return nullptr;
   c->next = nullptr;
   c->secs = secs;
@@ -43,6 +46,27 @@ bool armed(const sc_ktimer *t, const char *op) {
 }
 
 }  // namespace
+
+namespace vds::timer {
+
+void *take(sc_ktimers *set, uint32_t size, const char *failure) {
+  void *p = __sc_szalloc(set->sz_ctx, size, 0, kModule, __LINE__);
+  if (!p) VDS_DIAG(kFailure, kModule, failure, static_cast<ssize_t>(size));
+  return p;
+}
+
+void give(sc_ktimers *set, void *p, uint32_t size) {
+  __sc_szfree(set->sz_ctx, p, size, kModule, __LINE__);
+}
+
+void trace_expiry(const sc_ktimer *t) {
+  VDS_DIAG(kTrace, kModule,
+           "sc_ktimers_poll: %p expired after %d secs, calling %p(%p)\n",
+           static_cast<const void *>(t), static_cast<int>(t->cell->secs),
+           reinterpret_cast<void *>(t->callback), t->arg);
+}
+
+}  // namespace vds::timer
 
 VDS_API sc_ktimers *sc_ktimers_construct(void *sz_ctx) {
   auto *set = static_cast<sc_ktimers *>(__sc_kmalloc(sizeof(sc_ktimers)));
@@ -67,7 +91,7 @@ VDS_API void sc_ktimers_destruct(sc_ktimers *set) {
         next_t = t->next;
         timer_free(set, t);
       }
-      sz_give(set, c);
+      give(set, c);
     }
   }
   set->sz_ctx = nullptr;
@@ -76,12 +100,12 @@ VDS_API void sc_ktimers_destruct(sc_ktimers *set) {
 
 VDS_API sc_ktimer *sc_ktimer_create(sc_ktimers *set, uint32_t secs,
                                     sc_ktimer_callback callback, void *arg) {
-  auto *t = sz_take<sc_ktimer>(set, "ktimer_create: sc_szalloc(%zd) failed");
+  auto *t = take<sc_ktimer>(set, "ktimer_create: sc_szalloc(%zd) failed");
   if (!t) return nullptr;
   memset(t, 0, sizeof *t);
   sc_ktimer_cell *c = sc_ktimers_cell(set, secs);
   if (!c) {
-    sz_give(set, t);
+    give(set, t);
     return nullptr;
   }
   t->callback = callback;

@@ -11,7 +11,6 @@
 #include <stdint.h>
 
 #include "api.h"
-#include "diag.h"
 #include "sc_ktimer.h"
 #include "sc_ktimer_wheel.h"
 
@@ -34,10 +33,7 @@ struct Poll {
   bool fire(sc_ktimer *t) {
     sc_ktimer_callback callback = t->callback;
     void *arg = t->arg;
-    VDS_DIAG(vds::kTrace, kModule,
-             "sc_ktimers_poll: %p expired after %d secs, calling %p(%p)\n",
-             static_cast<void *>(t), static_cast<int>(t->cell->secs),
-             reinterpret_cast<void *>(callback), arg);
+    trace_expiry(t);
     timer_disarm(t);
     if (callback) callback(arg);
     ++fired;

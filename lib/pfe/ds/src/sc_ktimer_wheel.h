@@ -9,15 +9,10 @@
 #include <stdint.h>
 #include <string.h>
 #include <sys/time.h>
-#include <sys/types.h>
 
-#include "diag.h"
-#include "sc_host.h"
 #include "sc_ktimer.h"
 
 namespace vds::timer {
-
-inline constexpr char kModule[] = "lib/pfe/ds/src/sc_ktimer";
 
 // Whole seconds of the wall clock; the microseconds are ignored.
 inline uint32_t clock_seconds() {
@@ -26,20 +21,24 @@ inline uint32_t clock_seconds() {
   return static_cast<uint32_t>(tv.tv_sec);
 }
 
-// A timer or cell from the set's size-class context. On failure reports
-// `failure`, a format taking the record's size, and returns null.
+// The module's size-class calls and diagnostics are all made in
+// sc_ktimer.cpp, the file its source name points into.
+
+// A record of `size` bytes from the set's size-class context. On failure
+// reports `failure`, a format taking the record's size, and returns null.
+void *take(sc_ktimers *set, uint32_t size, const char *failure);
+void give(sc_ktimers *set, void *p, uint32_t size);
+// Traces a due timer about to be disarmed and called back.
+void trace_expiry(const sc_ktimer *t);
+
 template <typename T>
-T *sz_take(sc_ktimers *set, const char *failure) {
-  auto *p = static_cast<T *>(
-      __sc_szalloc(set->sz_ctx, sizeof(T), 0, kModule, __LINE__));
-  if (!p)
-    VDS_DIAG(vds::kFailure, kModule, failure, static_cast<ssize_t>(sizeof(T)));
-  return p;
+T *take(sc_ktimers *set, const char *failure) {
+  return static_cast<T *>(take(set, sizeof(T), failure));
 }
 
 template <typename T>
-void sz_give(sc_ktimers *set, T *p) {
-  __sc_szfree(set->sz_ctx, p, sizeof(T), kModule, __LINE__);
+void give(sc_ktimers *set, T *p) {
+  give(set, p, sizeof(T));
 }
 
 inline sc_ktimer_bucket *bucket_of(sc_ktimers *set, uint32_t secs) {
@@ -92,13 +91,6 @@ inline void bucket_push_front(sc_ktimers *set, sc_ktimer_bucket *b) {
   set->active = b;
 }
 
-inline void bucket_link_after(sc_ktimer_bucket *pos, sc_ktimer_bucket *b) {
-  b->prev = pos;
-  b->next = pos->next;
-  if (pos->next) pos->next->prev = b;
-  pos->next = b;
-}
-
 // Leaves b's own links as they were.
 inline void bucket_unlink(sc_ktimers *set, sc_ktimer_bucket *b) {
   if (b->next) b->next->prev = b->prev;
@@ -130,13 +122,13 @@ inline void cell_unlink(sc_ktimers *set, sc_ktimer_bucket *b,
 inline void cell_release_if_empty(sc_ktimers *set, sc_ktimer_cell *c) {
   if (c->head) return;
   cell_unlink(set, bucket_of(set, c->secs), c);
-  sz_give(set, c);
+  give(set, c);
 }
 
 // Clears and releases a timer already off its cell.
 inline void timer_free(sc_ktimers *set, sc_ktimer *t) {
   memset(t, 0, sizeof *t);
-  sz_give(set, t);
+  give(set, t);
 }
 
 // Disarms and releases an armed timer, with its cell and the cell's bucket

@@ -1,16 +1,17 @@
 // Growable array of fixed-size elements: construction, growth, addition,
-// indexed access, append and compaction.
+// indexed access, append, compaction and copy.
 #include <string.h>
 
 #include "api.h"
 #include "diag.h"
 #include "sc_vector_slots.h"
 
-using vds::vector::kModule;
 using vds::vector::slot;
 using vds::vector::storage_bytes;
 
 namespace {
+
+constexpr char kModule[] = "lib/pfe/ds/src/sc_vector";
 
 constexpr uint16_t kDefaultResizeFactor = 50;
 
@@ -206,3 +207,19 @@ VDS_API uint32_t sc_vector_get_esize(const sc_vector *v) {
 }
 
 VDS_API uint32_t sc_vector_get_nalloc(const sc_vector *v) { return v->nAlloc; }
+
+// The copy is an ordinary growable vector on the general heap with clear
+// flags, sized by the construction rule for the source's element count.
+VDS_API sc_vector *sc_vector_copy(const sc_vector *v) {
+  if (!v) return nullptr;
+  sc_vector *copy = sc_vector_szconstruct(nullptr, v->nElements, v->elementSize,
+                                          v->resizeFactor);
+  if (!copy) {
+    VDS_DIAG(vds::kFailure, kModule,
+             "sc_vector_copy: sc_vector_construct() failed\n");
+    return nullptr;
+  }
+  copy->nElements = v->nElements;
+  sc_vector_get_all(v, copy->elements);
+  return copy;
+}

@@ -1,12 +1,11 @@
-// Whole-vector operations: sorting, duplicate removal, copying, bulk reads,
+// Whole-vector operations: sorting, duplicate removal, bulk reads,
 // memory accounting and the dump.
 #include <string.h>
 
 #include "api.h"
-#include "diag.h"
+#include "sc_host.h"
 #include "sc_vector_slots.h"
 
-using vds::vector::kModule;
 using vds::vector::slot;
 
 namespace {
@@ -68,22 +67,6 @@ VDS_API void sc_vector_remove_dup(sc_vector *v) {
     if (to != e) memcpy(to, e, size);
   }
   v->nElements = kept;
-}
-
-// The copy is an ordinary growable vector on the general heap with clear
-// flags, sized by the construction rule for the source's element count.
-VDS_API sc_vector *sc_vector_copy(const sc_vector *v) {
-  if (!v) return nullptr;
-  sc_vector *copy = sc_vector_szconstruct(nullptr, v->nElements, v->elementSize,
-                                          v->resizeFactor);
-  if (!copy) {
-    VDS_DIAG(vds::kFailure, kModule,
-             "sc_vector_copy: sc_vector_construct() failed\n");
-    return nullptr;
-  }
-  copy->nElements = v->nElements;
-  sc_vector_get_all(v, copy->elements);
-  return copy;
 }
 
 VDS_API void sc_vector_get_all(const sc_vector *v, void *buffer) {

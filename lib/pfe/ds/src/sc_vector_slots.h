@@ -10,9 +10,6 @@
 
 namespace vds::vector {
 
-// Both modules report under the vector's one module name.
-constexpr const char kModule[] = "lib/pfe/ds/src/sc_vector";
-
 template <uint32_t N>
 using Size = std::integral_constant<uint32_t, N>;
 

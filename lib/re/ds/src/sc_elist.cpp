@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr const char kModule[] = "lib/re/ds/src/sc_elist";
+constexpr char kModule[] = "lib/re/ds/src/sc_elist";
 
 // The list seen from one of its ends: End is that end, Other the opposite
 // one; a node's Out link points towards End, its In link away from it. The

@@ -11,7 +11,7 @@ namespace {
 
 struct Policy : vds::hash::HeapPolicy<sc_hash, sc_hash_element>,
                 vds::hash::NoHooks {
-  static constexpr const char *kModule = "lib/re/ds/src/sc_hash";
+  static constexpr char kModule[] = "lib/re/ds/src/sc_hash";
   static constexpr vds::hash::Texts kText = {
       .construct = "sc_hash_construct",
       .insert = "sc_hash_internal_insert",
@@ -27,6 +27,9 @@ struct Policy : vds::hash::HeapPolicy<sc_hash, sc_hash_element>,
 };
 
 using Core = vds::hash::Chained<Policy>;
+// The core entered from the line given, for operations that may report.
+template <int Line>
+using CoreAt = vds::hash::Chained<vds::At<Policy, Line>>;
 
 void put_le32(unsigned char *p, uint32_t v) {
   p[0] = uint8_t(v);
@@ -50,16 +53,18 @@ void sc_hash_element_get(sc_hash_element *e, void **key, uint32_t *ksz,
 sc_hash_element *sc_hash_internal_insert(sc_hash *h, const void *key,
                                          uint32_t ksz, const void *val,
                                          uint32_t vsz) {
-  return Core::insert(h, key, ksz, val, vsz, nullptr, 0);
+  return CoreAt<__LINE__>::insert(h, key, ksz, val, vsz, nullptr, 0);
 }
-void sc_hash_internal_delete(sc_hash_element *e) { Core::remove(e); }
+void sc_hash_internal_delete(sc_hash_element *e) {
+  CoreAt<__LINE__>::remove(e);
+}
 
 VDS_API sc_hash *sc_hash_construct(uint32_t n_buckets_hint,
                                    sc_hash_value_destructor value_destructor) {
-  return Core::construct(n_buckets_hint, value_destructor, nullptr);
+  return CoreAt<__LINE__>::construct(n_buckets_hint, value_destructor, nullptr);
 }
 
-VDS_API void sc_hash_destruct(sc_hash *h) { Core::destruct(h); }
+VDS_API void sc_hash_destruct(sc_hash *h) { CoreAt<__LINE__>::destruct(h); }
 
 VDS_API int sc_hash_insert(sc_hash *h, const void *key, uint32_t ksz,
                            const void *val, uint32_t vsz) {
@@ -72,10 +77,10 @@ VDS_API int sc_hash_find(sc_hash *h, const void *key, uint32_t ksz, void **val,
 }
 
 VDS_API int sc_hash_delete(sc_hash *h, const void *key, uint32_t ksz) {
-  return Core::erase(h, key, ksz);
+  return CoreAt<__LINE__>::erase(h, key, ksz);
 }
 
-VDS_API void sc_hash_delete_all(sc_hash *h) { Core::remove_all(h); }
+VDS_API void sc_hash_delete_all(sc_hash *h) { CoreAt<__LINE__>::remove_all(h); }
 VDS_API uint32_t sc_hash_nelements(const sc_hash *h) { return h->nelements; }
 
 VDS_API void sc_hash_element_set_data(sc_hash_element *e, void *data) {
@@ -86,14 +91,14 @@ VDS_API void *sc_hash_element_get_data(const sc_hash_element *e) {
 }
 
 VDS_API sc_hash_iter *sc_hash_iter_construct(sc_hash *h) {
-  return Core::iter_construct<sc_hash_iter>(h);
+  return CoreAt<__LINE__>::iter_construct<sc_hash_iter>(h);
 }
 VDS_API int sc_hash_iter_next(sc_hash_iter *it, void **key, uint32_t *ksz,
                               void **val, uint32_t *vsz) {
   return Core::iter_next(it, key, ksz, val, vsz);
 }
 VDS_API void sc_hash_iter_destruct(sc_hash_iter *it) {
-  Core::iter_destruct(it);
+  CoreAt<__LINE__>::iter_destruct(it);
 }
 
 // Two walks: the first sizes the image, the second writes it. Every failure

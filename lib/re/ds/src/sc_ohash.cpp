@@ -13,7 +13,7 @@
 namespace {
 
 struct Policy : vds::hash::HeapPolicy<sc_ohash, sc_ohash_element> {
-  static constexpr const char *kModule = "lib/re/ds/src/sc_ohash";
+  static constexpr char kModule[] = "lib/re/ds/src/sc_ohash";
   static constexpr vds::hash::Texts kText = {
       .construct = "sc_ohash_construct",
       .insert = "sc_ohash_internal_insert",
@@ -43,6 +43,9 @@ struct Policy : vds::hash::HeapPolicy<sc_ohash, sc_ohash_element> {
 };
 
 using Core = vds::hash::Chained<Policy>;
+// The core entered from the line given, for operations that may report.
+template <int Line>
+using CoreAt = vds::hash::Chained<vds::At<Policy, Line>>;
 
 sc_ohash_element *element_of(sc_elist_node *n) {
   if (!n) return nullptr;
@@ -63,7 +66,7 @@ int rebuild(sc_ohash *t, uint32_t n) {
              int(sizeof(sc_ohash_element *)));
     return -1;
   }
-  Policy::free_buckets(nullptr, t->buckets, Core::array_bytes(t->n_buckets));
+  Policy::give_buckets(nullptr, t->buckets, Core::array_bytes(t->n_buckets));
   t->buckets = heads;
   t->n_buckets = n;
   for (sc_ohash_element *e = element_of(sc_elist_peek_back(t->element_list)); e;
@@ -82,22 +85,23 @@ int rebuild(sc_ohash *t, uint32_t n) {
 VDS_API sc_ohash *sc_ohash_construct(
     uint32_t n_buckets_hint, const char *name,
     sc_ohash_value_destructor value_destructor) {
-  sc_ohash *t = Core::construct(n_buckets_hint, value_destructor, nullptr);
+  sc_ohash *t =
+      CoreAt<__LINE__>::construct(n_buckets_hint, value_destructor, nullptr);
   if (!t) return nullptr;
   t->element_list = sc_elist_construct(name);
   if (!t->element_list) {
-    Core::destruct(t);
+    CoreAt<__LINE__>::destruct(t);
     return nullptr;
   }
   return t;
 }
 
-VDS_API void sc_ohash_destruct(sc_ohash *t) { Core::destruct(t); }
+VDS_API void sc_ohash_destruct(sc_ohash *t) { CoreAt<__LINE__>::destruct(t); }
 
 VDS_API sc_ohash_element *sc_ohash_internal_insert(
     sc_ohash *t, const void *key, uint32_t ksz, const void *val, uint32_t vsz,
     const void *extra, uint32_t extra_sz) {
-  return Core::insert(t, key, ksz, val, vsz, extra, extra_sz);
+  return CoreAt<__LINE__>::insert(t, key, ksz, val, vsz, extra, extra_sz);
 }
 
 VDS_API int sc_ohash_insert(sc_ohash *t, const void *key, uint32_t ksz,
@@ -120,11 +124,15 @@ VDS_API uint32_t sc_ohash_hash(sc_ohash *t, const void *key, uint32_t ksz) {
 }
 
 VDS_API int sc_ohash_delete(sc_ohash *t, const void *key, uint32_t ksz) {
-  return Core::erase(t, key, ksz);
+  return CoreAt<__LINE__>::erase(t, key, ksz);
 }
 
-VDS_API void sc_ohash_internal_delete(sc_ohash_element *e) { Core::remove(e); }
-VDS_API void sc_ohash_delete_all(sc_ohash *t) { Core::remove_all(t); }
+VDS_API void sc_ohash_internal_delete(sc_ohash_element *e) {
+  CoreAt<__LINE__>::remove(e);
+}
+VDS_API void sc_ohash_delete_all(sc_ohash *t) {
+  CoreAt<__LINE__>::remove_all(t);
+}
 
 // The load is computed in 64 bits, so it stays exact at any element count.
 VDS_API int sc_ohash_grow(sc_ohash *t, uint32_t threshold) {
@@ -163,7 +171,7 @@ VDS_API void *sc_ohash_element_get_data(const sc_ohash_element *e) {
 }
 
 VDS_API sc_ohash_iter *sc_ohash_iter_construct(sc_ohash *t) {
-  auto *it = Core::iter_alloc<sc_ohash_iter>(t);
+  auto *it = CoreAt<__LINE__>::take_iter<sc_ohash_iter>(t);
   if (!it) return nullptr;
   it->table = t;
   it->next_element = element_of(sc_elist_peek_front(t->element_list));
@@ -183,7 +191,7 @@ VDS_API int sc_ohash_iter_next(sc_ohash_iter *it, void **key, uint32_t *ksz,
 }
 
 VDS_API void sc_ohash_iter_destruct(sc_ohash_iter *it) {
-  Core::iter_destruct(it);
+  CoreAt<__LINE__>::iter_destruct(it);
 }
 
 VDS_API void sc_ohash_debug(sc_ohash *t) { Core::dump(t); }
