@@ -54,10 +54,10 @@ concept Policy = requires(typename P::Table *t, typename P::Element *e,
   P::kText.construct;
   { P::ctx(t) } -> std::same_as<void *>;
   P::bind(t, ctx);
-  { P::alloc(ctx, n) } -> std::same_as<void *>;
-  P::release(ctx, p, n);
-  { P::alloc_buckets(ctx, n) } -> std::same_as<void *>;
-  P::free_buckets(ctx, p, n);
+  { P::take(ctx, n) } -> std::same_as<void *>;
+  P::give(ctx, p, n);
+  { P::take_buckets(ctx, n) } -> std::same_as<void *>;
+  P::give_buckets(ctx, p, n);
   P::linked(t, e);
   P::unlinking(t, e);
   P::release_parts(t);
