@@ -255,6 +255,7 @@ TYPED_TEST(TrieTest, InvalidInputAndLimits) {
   for (auto &[in, fill, root] : std::vector<std::tuple<Entries, int, int>>{
            {good, 0, 0},
            {good, 50, F::max_root_branch + 1},
+           {good, 50, F::max_root_branch},  // IPv4: too many nodes
            {longer, 50, 0},
            {beyond, 50, 0},
            {close, 50, 11},
@@ -270,17 +271,19 @@ TYPED_TEST(TrieTest, InvalidInputAndLimits) {
   const std::string op = "2 " + tt::name<F>("_construct") + ": ",
                     low_text = v4 ? "00000001/"
                                   : "00000000 00000000 00000000 00000001/";
-  EXPECT_EQ(log, op + "fill_factor must be at least 1\n" + op + "root_branch " +
-                     (v4 ? "32 exceeds 31\n" : "16 exceeds 15\n") + op +
-                     "entry 2 (" + low_text + (v4 ? "33" : "129") +
-                     ") is longer than the address\n" + op + "entry 1 (" +
-                     low_text + (v4 ? "31" : "127") +
-                     ") has address bits set beyond its length\n" + op +
-                     "root_branch 11 does not fit the address after 22 common "
-                     "bits\nbuilt 2\n" +
-                     op +
-                     (v4 ? "more than 4194304 nodes needed\n"
-                         : "root_branch 22 exceeds 15\n"));
+  const std::string too_many = op + "more than 4194304 nodes needed\n";
+  EXPECT_EQ(
+      log,
+      op + "fill_factor must be at least 1\n" + op + "root_branch " +
+          (v4 ? "32 exceeds 31\n" + too_many : "16 exceeds 15\nbuilt 2\n") +
+          op + "entry 2 (" + low_text + (v4 ? "33" : "129") +
+          ") is longer than the address\n" + op + "entry 1 (" + low_text +
+          (v4 ? "31" : "127") + ") has address bits set beyond its length\n" +
+          op +
+          "root_branch 11 does not fit the address after 22 common "
+          "bits\nbuilt 2\n" +
+          op +
+          (v4 ? too_many.substr(op.size()) : "root_branch 22 exceeds 15\n"));
   // Too many entries: refused before the array is read; IPv6 says so on the
   // console whatever the debug level.
   const int most = v4 ? 0x200000 : 0x100000;
