@@ -10,7 +10,8 @@ that link the changed code, run them through ctest with a timeout, restore
 the file. --memory runs only the faults tagged
 "asan" (meant for a -DVELL_SANITIZE=ON build). NAMEs pick faults by name.
 Prints one line per fault: its name, CAUGHT (with the failing tests) or
-MISSED, or BUILD-ERROR when the planted fault does not compile. Exits 0;
+MISSED, or BUILD-ERROR when the planted fault does not compile; a program
+that outlives its timeout counts as a failure (the fault made it hang). Exits 0;
 the source tree is left as it was found, even when interrupted.
 """
 import argparse
@@ -21,7 +22,10 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 FAULTS = ROOT / "tests" / "mutants" / "faults.txt"
-TIMEOUT = 600
+# Per test program (a planted fault may make a program loop), and per
+# command, which outlasts ctest's own timeout so ctest ends its programs.
+TEST_TIMEOUT = 300
+TIMEOUT = 1200
 
 
 def parse(text):
@@ -51,7 +55,9 @@ def run(cmd, cwd, timeout=TIMEOUT):
         return subprocess.run(cmd, cwd=cwd, capture_output=True, text=True,
                               timeout=timeout)
     except subprocess.TimeoutExpired as e:
-        return subprocess.CompletedProcess(cmd, 124, e.stdout or "", "timeout")
+        out = e.stdout or b""
+        out = out.decode(errors="replace") if isinstance(out, bytes) else out
+        return subprocess.CompletedProcess(cmd, 124, out, "timeout")
 
 
 def build(build_dir, tests):
@@ -62,7 +68,8 @@ def build(build_dir, tests):
 def ctest(build_dir, tests):
     # Unanchored at the end, so a program's other entries run too.
     regex = "^(" + "|".join(tests) + ")"
-    return run(["ctest", "-j2", "--timeout", "600", "-R", regex], build_dir)
+    return run(["ctest", "-j2", "--timeout", str(TEST_TIMEOUT), "-R", regex],
+               build_dir)
 
 
 def trial(fault, build_dir):
