@@ -18,8 +18,6 @@
 
 #include "families.h"
 #include "test_host.h"
-#include "trie/ipv4.h"
-#include "trie/ipv6.h"
 
 namespace {
 
@@ -44,20 +42,6 @@ void destruct_recording(typename F::trie *t) {
   destroyed.clear();
   F::set_data_destructor(t, [](uint32_t d) { destroyed.push_back(d); });
   F::destruct(t);
-}
-
-// A node word decodes into what the node's bit-fields hold.
-TEST(TrieRecords, NodeWordsDecodeAsTheBitFieldsHoldThem) {
-  auto check = [](auto records) {
-    using R = decltype(records);
-    for (uint32_t v : {1u, 2u, 3u, 0x2aaaaau, ~0u}) {
-      auto n = R::make_node(v, v >> 1, v + 1);
-      EXPECT_TRUE(R::branch(n) == n.branch && R::skip(n) == n.skip &&
-                  R::index(n) == n.index);
-    }
-  };
-  check(vds::trie::Ipv4{});
-  check(vds::trie::Ipv6{});
 }
 
 // The reference trie's node words, lookups and iteration, word for word;
