@@ -37,8 +37,9 @@ std::vector<int> walk(const sc_elist *l) {
 using V = std::vector<int>;
 
 // A list is one heap block, empty when made, its name cut to 31 characters
-// and padded with zeros (a null name is empty).
-TEST_F(ElistTest, NameIsCutToThirtyOneCharactersAndPadded) {
+// and padded with zeros (a null name is empty); a failed allocation is
+// reported and gives null.
+TEST_F(ElistTest, NameAndConstructFailure) {
   const char *n31 = "abcdefghijklmnopqrstuvwxyz01234";
   sc_elist *a = sc_elist_construct(n31);
   sc_elist *b = sc_elist_construct("abcdefghijklmnopqrstuvwxyz0123456789");
@@ -50,24 +51,20 @@ TEST_F(ElistTest, NameIsCutToThirtyOneCharactersAndPadded) {
   char expect[32] = "ab";
   EXPECT_EQ(memcmp(c->name, expect, 32), 0);
   EXPECT_STREQ(d->name, "");
-  EXPECT_EQ(a->head, nullptr);
-  EXPECT_EQ(a->size, 0u);
+  EXPECT_EQ(walk(a), V{});
   ASSERT_EQ(th::blocks().size(), 4u);
   EXPECT_EQ(th::blocks()[0].alloc, th::Alloc::kmalloc);
   EXPECT_EQ(th::blocks()[0].size, sizeof(sc_elist));
   for (sc_elist *l : {a, b, c, d}) sc_elist_destruct(l);
-}
 
-TEST_F(ElistTest, ConstructFailureReportsAndReturnsNull) {
   th::fail_nth(1);
   EXPECT_EQ(sc_elist_construct("flows"), nullptr);
   ASSERT_EQ(th::diags().size(), 1u);
-  const th::Diag &d = th::diags()[0];
-  EXPECT_EQ(d.level, 2);
-  EXPECT_EQ(d.file, "lib/re/ds/src/sc_elist");
-  EXPECT_EQ(d.text, "sc_elist_construct[flows]: sc_malloc(" +
-                        std::to_string(sizeof(sc_elist)) + ") failed\n");
-  EXPECT_EQ(__sc_print_val, th::last_prefix_result() + th::last_msg_result());
+  EXPECT_EQ(th::diags()[0].level, 2);
+  EXPECT_EQ(th::diags()[0].file, "lib/re/ds/src/sc_elist");
+  EXPECT_EQ(th::diags()[0].text, "sc_elist_construct[flows]: sc_malloc(" +
+                                     std::to_string(sizeof(sc_elist)) +
+                                     ") failed\n");
 }
 
 TEST_F(ElistTest, PushPopInsertRemoveKeepTheListWellFormed) {
@@ -116,31 +113,23 @@ TEST_F(ElistTest, PushPopInsertRemoveKeepTheListWellFormed) {
   sc_elist_destruct(l);
 }
 
+// Append onto an empty list, from an empty list and between two lists:
+// the source is left empty, its name kept.
 TEST_F(ElistTest, AppendMovesEveryNodeAndEmptiesTheSource) {
   sc_elist *a = sc_elist_construct("a");
   sc_elist *b = sc_elist_construct("b");
   ASSERT_TRUE(a && b);
   Item it[5];
   for (int i = 0; i < 5; i++) it[i].value = i;
-
-  EXPECT_EQ(sc_elist_append(a, b), 1);  // both empty
-  EXPECT_EQ(walk(a), V{});
-
-  sc_elist_push_back(b, &it[0].node);
-  sc_elist_push_back(b, &it[1].node);
-  EXPECT_EQ(sc_elist_append(a, b), 1);  // onto an empty destination
-  EXPECT_EQ(walk(a), (V{0, 1}));
-  EXPECT_EQ(walk(b), V{});
+  const V add[] = {{}, {0, 1}, {}, {2, 3, 4}},
+          want[] = {{}, {0, 1}, {0, 1}, {0, 1, 2, 3, 4}};
+  for (int round = 0; round < 4; round++) {
+    for (int i : add[round]) sc_elist_push_back(b, &it[i].node);
+    EXPECT_EQ(sc_elist_append(a, b), 1);
+    EXPECT_EQ(walk(a), want[round]);
+    EXPECT_EQ(walk(b), V{});
+  }
   EXPECT_STREQ(b->name, "b");
-
-  EXPECT_EQ(sc_elist_append(a, b), 1);  // empty source, non-empty destination
-  EXPECT_EQ(walk(a), (V{0, 1}));
-  EXPECT_EQ(walk(b), V{});
-
-  for (int i = 2; i < 5; i++) sc_elist_push_back(b, &it[i].node);
-  EXPECT_EQ(sc_elist_append(a, b), 1);
-  EXPECT_EQ(walk(a), (V{0, 1, 2, 3, 4}));
-  EXPECT_EQ(walk(b), V{});
   sc_elist_destruct(a);
   sc_elist_destruct(b);
 }

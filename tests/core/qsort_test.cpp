@@ -1,6 +1,3 @@
-#include <stdlib.h>
-#include <string.h>
-
 #include <algorithm>
 #include <random>
 #include <vector>
@@ -49,17 +46,6 @@ TEST(Qsort, SortsAnyCountAndPassesItsArgumentThrough) {
       }
     }
   }
-}
-
-// memcmp handed over as a comparator with the element size as its argument,
-// as a vector sorts without a comparator of its own.
-TEST(Qsort, MemcmpWithTheSizeAsArgument) {
-  unsigned char bytes[] = {3, 1, 2, 2, 9, 0, 3, 0};
-  sc_qsort(bytes, 4, 2,
-           reinterpret_cast<sc_qsort_cmp>(reinterpret_cast<void (*)()>(memcmp)),
-           reinterpret_cast<void *>(uintptr_t(2)));
-  unsigned char expect[] = {2, 2, 3, 0, 3, 1, 9, 0};
-  EXPECT_EQ(memcmp(bytes, expect, sizeof bytes), 0);
 }
 
 }  // namespace

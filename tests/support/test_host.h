@@ -4,6 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <initializer_list>
+#include <iterator>
+#include <string>
+#include <utility>
+
 #include "host_record.h"
 
 namespace th {
@@ -29,6 +35,20 @@ int sweep(Body body) {
     if (!failure_injected()) return points;
     ++points;
   }
+}
+
+// The fixture file at `path` under tests/, each "{name}" in it replaced
+// by its value in `fill`. Fails the test when the file cannot be read.
+inline std::string fixture(
+    const std::string &path,
+    std::initializer_list<std::pair<std::string, std::string>> fill = {}) {
+  std::ifstream in(VELL_TEST_DIR "/" + path);
+  EXPECT_TRUE(in.is_open()) << "cannot read " << path;
+  std::string s{std::istreambuf_iterator<char>(in), {}};
+  for (const auto &[name, value] : fill)
+    for (size_t at; (at = s.find("{" + name + "}")) != std::string::npos;)
+      s.replace(at, name.size() + 2, value);
+  return s;
 }
 
 }  // namespace th

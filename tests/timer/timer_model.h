@@ -13,13 +13,9 @@
 #include <string>
 #include <utility>
 
+#include "fake_clock.h"
 #include "host_record.h"
 #include "sc_ktimer.h"
-
-// The clock every gettimeofday call returns (fake_clock.cpp), and the count
-// of calls.
-extern uint32_t clock_now;
-extern long clock_reads;
 
 #define KM_CHECK(cond) ((cond) || (report(#cond, __LINE__), false))
 

@@ -1,9 +1,12 @@
-// Both trie families: the reference trie word for word, degenerate tries,
-// every allocation failed in turn, rejected input, and random prefix sets
-// against a brute-force match with the structure checked after each build.
+// Both trie families: the reference trie word for word, its reports against
+// report_ipv4.txt and report_ipv6.txt, degenerate tries, every allocation
+// failed in turn, rejected input, and random prefix sets against a
+// brute-force match (single and bulk lookups) with the structure checked
+// after each build.
 #include <inttypes.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <random>
@@ -15,8 +18,6 @@
 
 #include "families.h"
 #include "test_host.h"
-#include "trie/ipv4.h"
-#include "trie/ipv6.h"
 
 namespace {
 
@@ -43,33 +44,15 @@ void destruct_recording(typename F::trie *t) {
   F::destruct(t);
 }
 
-// A node word decodes into what the node's bit-fields hold.
-TEST(TrieRecords, NodeWordsDecodeAsTheBitFieldsHoldThem) {
-  auto check = [](auto records) {
-    using R = decltype(records);
-    for (uint32_t v : {1u, 2u, 3u, 0x2aaaaau, ~0u}) {
-      auto n = R::make_node(v, v >> 1, v + 1);
-      EXPECT_TRUE(R::branch(n) == n.branch && R::skip(n) == n.skip &&
-                  R::index(n) == n.index);
-    }
-  };
-  check(vds::trie::Ipv4{});
-  check(vds::trie::Ipv6{});
-}
-
-// The reference set's trie, built with the defaults.
-template <class F>
-typename F::trie *reference_trie() {
-  auto in = tt::reference_set<F>();
-  return F::construct(nullptr, in.data(), 5, 50, 0);
-}
-
-// The reference trie's node words, lookups and iteration, word for word.
-TYPED_TEST(TrieTest, ReferenceTrieStructure) {
+// The reference trie's node words, lookups and iteration, word for word;
+// its statistics and dump, character for character (reports ignore the
+// debug level); its destruct hands out every data word once, leaf entries
+// first, then prefix records.
+TYPED_TEST(TrieTest, ReferenceTrie) {
   using F = TypeParam;
   const bool v4 = F::words == 1;
   auto in = tt::reference_set<F>();
-  typename F::trie *t = reference_trie<F>();
+  typename F::trie *t = F::construct(nullptr, in.data(), 5, 50, 0);
   ASSERT_TRUE(t);
   // Nodes as branch,skip,index: node 1 skips to where B and C differ, D's
   // leaf keeps its remaining length, the empty slots 01 and 10 name D.
@@ -102,57 +85,18 @@ TYPED_TEST(TrieTest, ReferenceTrieStructure) {
                     : "2,0,1 1,44,5 0,0,2 0,0,2 0,8,2 0,1,0 0,1,1 "
                       "11 10 14 14 13 1/48/11 1/32/10 1/0/14 2/48/12 2/32/10 "
                       "2/0/14 3/10/13 3/0/14 ");
-  F::destruct(t);
-}
 
-// The reference trie's statistics and dump, character for character.
-TYPED_TEST(TrieTest, ReferenceTrieReports) {
-  using F = TypeParam;
-  const bool v4 = F::words == 1;
-  typename F::trie *t = reference_trie<F>();
-  ASSERT_TRUE(t);
-  const uint32_t memory = sizeof(typename F::trie) + (v4 ? 36 : 72) + 24 + 28;
-  __sc_debug_level = 0;  // reports ignore the debug level
+  __sc_debug_level = 0;
   F::print_stats(t);
   F::print(t);
   char at[2][32];  // the trie's address as each report prints it
   snprintf(at[0], 32, "%08" PRIxPTR, reinterpret_cast<uintptr_t>(t));
   snprintf(at[1], 32, "%" PRIxPTR, reinterpret_cast<uintptr_t>(t));
-  const std::string db8 = "0010000000000001000011011011100000000000000000";
-  const std::string entries =
-      v4 ? "Entry 0: 0a010000/16 prefix 1\nEntry 1: 0a020000/16 prefix 1\n"
-           "Entry 2: c0a80100/24 prefix 0\n"
-         : "0:" + db8 + "01" + std::string(80, '.') + "/48 prfx:1\n1:" + db8 +
-               "10" + std::string(80, '.') + "/48 prfx:1\n2:1111111010" +
-               std::string(118, '.') + "/10 prfx:0\n";
-  EXPECT_EQ(th::console(),
-            kRule + "Trie " + at[0] +
-                ": n_entries = 3, n_prefixes = 2, n_nodes = 7\n" +
-                "    Total memory usage: " + str(memory) + "B (" +
-                (v4 ? "0.1" : "0.2") + "KB, 0.00MB)\n" +
-                "    Nodes memory usage: 28B (0.0KB, 0.00MB)\n"
-                "    Root branch factor: 2\n"
-                "    Average / Maximum depth (w/o prefixes): 2.25 / 3\n"
-                "    Average / Maximum prefixes path length: 0.50 / 1\n" +
-                kRule + kRule + "Trie " + at[1] +
-                ", n_entries = 3, n_prefixes = 2, n_nodes = 7\n" + kRule +
-                "--------\nEntries\n--------\n" + entries +
-                "--------\nPrefixes\n--------\nPrefix 0: len 0 prefix " +
-                (v4 ? "4194303" : "2097151") + "\nPrefix 1: len " +
-                (v4 ? "8" : "32") +
-                " prefix 0\n--------\nNodes\n--------\n\n 00" +
-                std::string(v4 ? 12 : 44, '.') +
-                "\n    0. -> 0\n    1. -> 1\n 01 -> 2\n 10 -> 2\n 11" +
-                std::string(v4 ? 22 : 8, '.') + " -> 2\n");
-  F::destruct(t);
-}
-
-// The destruct hands out every data word once: leaf entries, then prefix
-// records.
-TYPED_TEST(TrieTest, ReferenceTrieDestructHandsOutEveryDataWord) {
-  using F = TypeParam;
-  typename F::trie *t = reference_trie<F>();
-  ASSERT_TRUE(t);
+  const uint32_t memory = sizeof(typename F::trie) + (v4 ? 36 : 72) + 24 + 28;
+  EXPECT_EQ(
+      th::console(),
+      th::fixture(v4 ? "trie/report_ipv4.txt" : "trie/report_ipv6.txt",
+                  {{"at08", at[0]}, {"at", at[1]}, {"memory", str(memory)}}));
   destruct_recording<F>(t);
   EXPECT_EQ(destroyed, (std::vector<uint32_t>{0xB, 0xC, 0xD, 0xE, 0xA}));
 }
@@ -169,7 +113,10 @@ TYPED_TEST(TrieTest, NoEntryOneEntryAndNull) {
     ASSERT_TRUE(t);
     EXPECT_EQ(th::diag_text(),
               n ? "" : tt::name<F>("_construct") + ": no entries given\n");
-    EXPECT_EQ(tt::lpmatch<F>(t, {0xDFFFFFFF, ~0u, ~0u, ~0u}), n ? 7u : 0u);
+    const Addr key = {0xDFFFFFFF, ~0u, ~0u, ~0u};
+    EXPECT_EQ(tt::lpmatch<F>(t, key), n ? 7u : 0u);
+    EXPECT_EQ(tt::lpmatch_bulk<F>(t, std::vector<Addr>(20, key), 0, 20),
+              std::vector<uint32_t>(20, n ? 7 : 0));
     // The iterator yields the entry, if any, then ends.
     typename F::iter *it = F::iter_construct(t);
     typename F::item item;
@@ -292,6 +239,7 @@ TYPED_TEST(TrieTest, InvalidInputAndLimits) {
   for (auto &[in, fill, root] : std::vector<std::tuple<Entries, int, int>>{
            {good, 0, 0},
            {good, 50, F::max_root_branch + 1},
+           {good, 50, F::max_root_branch},  // IPv4: too many nodes
            {longer, 50, 0},
            {beyond, 50, 0},
            {close, 50, 11},
@@ -307,17 +255,19 @@ TYPED_TEST(TrieTest, InvalidInputAndLimits) {
   const std::string op = "2 " + tt::name<F>("_construct") + ": ",
                     low_text = v4 ? "00000001/"
                                   : "00000000 00000000 00000000 00000001/";
-  EXPECT_EQ(log, op + "fill_factor must be at least 1\n" + op + "root_branch " +
-                     (v4 ? "32 exceeds 31\n" : "16 exceeds 15\n") + op +
-                     "entry 2 (" + low_text + (v4 ? "33" : "129") +
-                     ") is longer than the address\n" + op + "entry 1 (" +
-                     low_text + (v4 ? "31" : "127") +
-                     ") has address bits set beyond its length\n" + op +
-                     "root_branch 11 does not fit the address after 22 common "
-                     "bits\nbuilt 2\n" +
-                     op +
-                     (v4 ? "more than 4194304 nodes needed\n"
-                         : "root_branch 22 exceeds 15\n"));
+  const std::string too_many = op + "more than 4194304 nodes needed\n";
+  EXPECT_EQ(
+      log,
+      op + "fill_factor must be at least 1\n" + op + "root_branch " +
+          (v4 ? "32 exceeds 31\n" + too_many : "16 exceeds 15\nbuilt 2\n") +
+          op + "entry 2 (" + low_text + (v4 ? "33" : "129") +
+          ") is longer than the address\n" + op + "entry 1 (" + low_text +
+          (v4 ? "31" : "127") + ") has address bits set beyond its length\n" +
+          op +
+          "root_branch 11 does not fit the address after 22 common "
+          "bits\nbuilt 2\n" +
+          op +
+          (v4 ? too_many.substr(op.size()) : "root_branch 22 exceeds 15\n"));
   // Too many entries: refused before the array is read; IPv6 says so on the
   // console whatever the debug level.
   const int most = v4 ? 0x200000 : 0x100000;
@@ -434,12 +384,22 @@ TYPED_TEST(TrieTest, MatchesBruteForceAndKeepsItsInvariants) {
       EXPECT_EQ(q, F::no_prefix) << "entry " << i;
     }
     // Lookups at the prefixes' edges and at random keys; any of several
-    // duplicates' data may answer.
-    for (const Addr &k : tt::probe_keys<F>(in, 200, rng)) {
-      auto found = enclosing<F>(in, k, F::bits + 1);
-      uint32_t got = tt::lpmatch<F>(t, k);
+    // duplicates' data may answer. The bulk lookup answers as the single
+    // one, over batches shorter than, equal to and just past one group.
+    const std::vector<Addr> keys = tt::probe_keys<F>(in, 200, rng);
+    const auto all = tt::lpmatch_bulk<F>(t, keys, 0, keys.size());
+    for (size_t i = 0; i < keys.size(); ++i) {
+      auto found = enclosing<F>(in, keys[i], F::bits + 1);
+      uint32_t got = tt::lpmatch<F>(t, keys[i]);
       ASSERT_TRUE(found.empty() ? got == 0 : found.begin()->second.count(got))
-          << ::testing::PrintToString(k) << " got " << got;
+          << ::testing::PrintToString(keys[i]) << " got " << got;
+      ASSERT_EQ(all[i], got) << "bulk, key " << i;
+    }
+    for (size_t len : {0, 1, 63, 64, 65, 129}) {
+      const size_t from = len % 5;
+      if (from + len > keys.size()) continue;
+      auto part = tt::lpmatch_bulk<F>(t, keys, from, len);
+      ASSERT_TRUE(std::equal(part.begin(), part.end(), all.begin() + from));
     }
     F::destruct(t);
   }

@@ -1,6 +1,7 @@
 // The program's own gettimeofday: the library's clock reads bind to it, and
 // it returns whatever second clock_now holds.
-#include <stdint.h>
+#include "fake_clock.h"
+
 #include <sys/time.h>
 
 uint32_t clock_now;
