@@ -1,34 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "lpm_match.h"
 #include "lpm_table.h"
+#include "table_listing.h"
 
 namespace {
 
 using namespace lpm;
-
-Addr addr(const char *text) {
-  Family f;
-  Addr a;
-  EXPECT_TRUE(parse_addr(text, f, a)) << text;
-  return a;
-}
-
-// The table's prefixes as "PREFIX=DATA", IPv4 first, in the order read.
-std::string listed(const Table &t) {
-  std::string s;
-  auto add = [&](Family f, const Addr &a, unsigned len, uint32_t data) {
-    s += s.empty() ? "" : " ";
-    s += format_addr(f, a) + '/' + std::to_string(len) + '=';
-    s += std::to_string(data);
-  };
-  for (const auto &e : t.v4)
-    add(Family::v4, Addr{{e.addr, 0, 0, 0}}, e.len, e.data);
-  for (const auto &e : t.v6)
-    add(Family::v6, Addr{{e.addr[0], e.addr[1], e.addr[2], e.addr[3]}}, e.len,
-        e.data);
-  return s;
-}
 
 TEST(TableLines, PrefixAndRangeLinesOfBothFamilies) {
   Table t;
@@ -162,26 +139,6 @@ TEST(TableFiles, FilesAsDownloadedRead) {
   std::string error;
   EXPECT_TRUE(load_table(ok, "x", t, error)) << error;
   EXPECT_EQ(listed(t), "10.0.0.0/8=1 12.0.0.0/8=9 192.0.2.1/32=3 2001::/16=5");
-}
-
-TEST(PrefixIndex, FindsTheLongestCoveringPrefix) {
-  PrefixIndex idx(Family::v6, {{addr("2001:db8::"), 32},
-                               {addr("2001:db8:1::"), 48},
-                               {addr("::"), 0},
-                               {addr("2001:db8:1::1"), 128}});
-  Prefix m;
-  ASSERT_TRUE(idx.longest(addr("2001:db8:1::1"), m));
-  EXPECT_EQ(m.len, 128u);
-  ASSERT_TRUE(idx.longest(addr("2001:db8:1::2"), m));
-  EXPECT_EQ(m.len, 48u);
-  EXPECT_EQ(m.addr, addr("2001:db8:1::"));
-  ASSERT_TRUE(idx.longest(addr("2001:db8:2::"), m));
-  EXPECT_EQ(m.len, 32u);
-  ASSERT_TRUE(idx.longest(addr("fe80::"), m));
-  EXPECT_EQ(m.len, 0u);
-
-  PrefixIndex v4(Family::v4, {{addr("10.0.0.0"), 8}});
-  EXPECT_FALSE(v4.longest(addr("11.0.0.0"), m));
 }
 
 }  // namespace
