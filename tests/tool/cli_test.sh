@@ -66,9 +66,12 @@ assert json.loads(lines[3]) == {"address": "::ffff:0a01:0203",
 ' "$tmp/json" || { echo "FAIL json"; failures=$((failures + 1)); }
 
 # The first bad line stops the tool before any answer, named by file and
-# line. A NUL byte is a bad line, not a joint with the next one.
+# line, and is all it prints. A NUL byte is a bad line, not a joint with the
+# next one.
 expect bad-line 1 "" "vell-lpm: $src/tests/tool/bad_routes.txt:4: bad prefix length '33' (0 to 32 for IPv4)" \
   -- -t "$src/tests/tool/bad_routes.txt" 10.0.0.1
+cmp -s "$tmp/all" "$tmp/err" ||
+  { echo "FAIL bad-line: status lines beside the error"; failures=$((failures + 1)); }
 printf '10.0.0.0/8 1 #\0x\n10.1.0.0/16 2\n' >"$tmp/nul"
 expect nul-byte 1 "" "vell-lpm: $tmp/nul:1: NUL byte in line '10.0.0.0/8 1 #\\x00x'" \
   -- -t "$tmp/nul" 10.1.2.3
