@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Plants the faults of tests/mutants/faults.txt in the library one at a time
+"""Plants the faults of tests/mutants/faults.txt in the code one at a time
 and reports which the test suite catches.
 
   scripts/mutants.py BUILD_DIR [--memory] [NAME...]
 
-BUILD_DIR is a configured build (the library and its tests; tools and
-benchmarks may be off). For each fault: apply it, rebuild the test programs
-that link the changed code, run them through ctest with a timeout, restore
-the file. --memory runs only the faults tagged
-"asan" (meant for a -DVELL_SANITIZE=ON build). NAMEs pick faults by name.
+BUILD_DIR is a configured build (the library and its tests; the tool for
+the faults in tools/; benchmarks may be off). For each fault: apply it,
+rebuild the programs its tests run, run them through ctest with a timeout,
+restore the file. --memory runs only the faults tagged "asan" (meant for a
+-DVELL_SANITIZE=ON build). NAMEs pick faults by name.
 Prints one line per fault: its name, CAUGHT (with the failing tests) or
 MISSED, or BUILD-ERROR when the planted fault does not compile; a program
 that outlives its timeout counts as a failure (the fault made it hang). Exits 0;
@@ -26,6 +26,8 @@ FAULTS = ROOT / "tests" / "mutants" / "faults.txt"
 # command, which outlasts ctest's own timeout so ctest ends its programs.
 TEST_TIMEOUT = 300
 TIMEOUT = 1200
+# ctest names that are not build targets, with the program they run.
+TARGETS = {"vell_lpm": "vell-lpm"}
 
 
 def parse(text):
@@ -61,7 +63,8 @@ def run(cmd, cwd, timeout=TIMEOUT):
 
 
 def build(build_dir, tests):
-    cmd = ["cmake", "--build", build_dir, "-j2", "--target", *tests]
+    targets = sorted({TARGETS.get(t, t) for t in tests})
+    cmd = ["cmake", "--build", build_dir, "-j2", "--target", *targets]
     return run(cmd, ROOT).returncode == 0
 
 

@@ -3,22 +3,12 @@
 // destruction, and every failure.
 #include "vell/timer.hpp"
 
-#include <sys/time.h>
-
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "fake_clock.h"
 #include "test_host.h"
-
-static uint32_t clock_now;  // what every gettimeofday call returns
-
-// The program's own gettimeofday: the library's clock reads bind to it.
-extern "C" int gettimeofday(struct timeval *__restrict tv,
-                            void *__restrict) noexcept {
-  *tv = {static_cast<time_t>(clock_now), 0};
-  return 0;
-}
 
 namespace {
 

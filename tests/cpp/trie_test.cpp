@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <map>
-#include <random>
 #include <ranges>
 #include <string>
 #include <utility>
@@ -87,22 +86,16 @@ TEST_F(CppTrie, AStoredZeroIsNotAMissAndRoutesComeBackOnceInOrder) {
 }
 
 TEST_F(CppTrie, BulkAndCompiledLookupsAnswerAsSingleOnes) {
-  std::mt19937 rng(7);
-  std::map<ipv4_prefix, uint32_t> routes;
-  for (uint32_t i = 0; i < 2000; ++i) {
-    unsigned len = 8 + rng() % 25;
-    routes[*ipv4_prefix::make(ipv4_addr(rng()).masked(len), len)] = i;
-  }
-  auto trie = vell::trie4::build(routes, {.fill_factor = 80, .root_branch = 8});
+  auto trie =
+      vell::trie4::build(routes4(), {.fill_factor = 80, .root_branch = 8});
   ASSERT_TRUE(trie);
   std::vector<ipv4_addr> keys;  // more than one batch, not a whole number
-  for (auto it = routes.begin(); keys.size() < 300; ++it)
-    keys.push_back(keys.size() % 2 ? ipv4_addr(rng()) : it->first.address());
+  for (uint32_t i = 0; i < 300; ++i) keys.push_back(ipv4_addr(i * 0x0137F0E1u));
   std::vector<std::optional<uint32_t>> single, bulk(keys.size());
   for (const ipv4_addr &k : keys) single.push_back(trie->lookup(k));
   trie->lookup(keys, bulk);
   EXPECT_EQ(bulk, single);
-  EXPECT_LT(std::ranges::count_if(single, [](auto &o) { return !o; }), 300);
+  EXPECT_GT(std::ranges::count(single, 8u), 0);
 
   // The compiled table answers the same, after the trie is gone.
   auto fib = vell::fib4::compile(*trie);

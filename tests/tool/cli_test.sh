@@ -29,15 +29,20 @@ expect() {
   fi
 }
 
-# Answers only on stdout, echoing each address as written; a miss prints
-# as a miss; decimal queries; an IPv4-mapped address no IPv6 prefix covers
-# is answered from the IPv4 table.
+# Answers only on stdout, echoing each address as written: the longest
+# prefix of each family (a range line's too); a miss prints as a miss;
+# decimal queries; an IPv4-mapped address no IPv6 prefix covers is answered
+# from the IPv4 table.
 expect answers-only 0 "10.1.2.3 3 10.1.0.0/16
+11.0.0.1 1 0.0.0.0/0
+192.0.2.9 4 192.0.2.0/24
 2002::1 - -
 167772161 2 10.0.0.0/8
 2001:DB8::1 5 2001:db8::/32
+2001:db8:1::5 6 2001:db8:1::/48
 ::FFFF:10.1.2.3 3 10.1.0.0/16" "" \
-  -- -t "$routes" 10.1.2.3 2002::1 167772161 2001:DB8::1 ::FFFF:10.1.2.3
+  -- -t "$routes" 10.1.2.3 11.0.0.1 192.0.2.9 2002::1 167772161 2001:DB8::1 \
+  2001:db8:1::5 ::FFFF:10.1.2.3
 "$tool" -t "$routes" 10.1.2.3 2>"$tmp/err" >/dev/null
 grep -q "IPv4: 4 prefixes" "$tmp/err" ||
   { echo "FAIL status line not on stderr"; failures=$((failures + 1)); }
@@ -60,7 +65,13 @@ assert json.loads(lines[3]) == {"address": "::ffff:0a01:0203",
                                 "ipv4_mapped": True}, lines[3]
 ' "$tmp/json" || { echo "FAIL json"; failures=$((failures + 1)); }
 
-# A NUL byte is a bad line, not a joint with the next one.
+# The first bad line stops the tool before any answer, named by file and
+# line, and is all it prints. A NUL byte is a bad line, not a joint with the
+# next one.
+expect bad-line 1 "" "vell-lpm: $src/tests/tool/bad_routes.txt:4: bad prefix length '33' (0 to 32 for IPv4)" \
+  -- -t "$src/tests/tool/bad_routes.txt" 10.0.0.1
+cmp -s "$tmp/all" "$tmp/err" ||
+  { echo "FAIL bad-line: status lines beside the error"; failures=$((failures + 1)); }
 printf '10.0.0.0/8 1 #\0x\n10.1.0.0/16 2\n' >"$tmp/nul"
 expect nul-byte 1 "" "vell-lpm: $tmp/nul:1: NUL byte in line '10.0.0.0/8 1 #\\x00x'" \
   -- -t "$tmp/nul" 10.1.2.3

@@ -2,7 +2,6 @@
 
 #include <vector>
 
-#include "lpm_formats.h"
 #include "lpm_updates.h"
 #include "mrt_build.h"
 
@@ -254,22 +253,6 @@ TEST(Updates, CorruptRecordsAreRefusedAtTheirByteAndACutFileWarns) {
   EXPECT_TRUE(cut.read(good + good.substr(0, 20)));
   EXPECT_EQ(cut.changes.size(), 1u);
   EXPECT_NE(cut.warning.find("cut short at byte"), std::string::npos);
-}
-
-TEST(Updates, RibDumpsAndUpdateFilesAreToldApart) {
-  Replay r;
-  EXPECT_FALSE(r.read(record(13, 1, "peer index")));
-  EXPECT_EQ(r.error,
-            "u: a RIB dump (TABLE_DUMP records), not an update file (BGP4MP "
-            "records): give it as a table with -t");
-  Source src{"u", bgp4mp(1, 1, update("", "", "")), ""};
-  Table t;
-  std::string error;
-  std::vector<std::string> warnings;
-  EXPECT_FALSE(load_source(src, Format::automatic, t, error, warnings));
-  EXPECT_EQ(error,
-            "u: an MRT update file (BGP4MP records), not a table or RIB dump "
-            "(TABLE_DUMP records): give it with --updates");
 }
 
 TEST(PeerTable, TheLowestPeerAnswersThenTheNextThenTheTables) {
