@@ -14,7 +14,7 @@
 namespace {
 
 using tt::Addr;
-using Model = fuzz::Prefixes<uint32_t>;
+using Model = tt::Prefixes<uint32_t>;
 
 // Whether the planned allocation failure happened since it was made.
 struct Watch {
@@ -31,7 +31,7 @@ struct Live {
   std::vector<Addr> seen = {};
 
   uint32_t want(const Addr &key) const {
-    const uint32_t *d = fuzz::longest<F>(published, key);
+    const uint32_t *d = tt::longest<F>(published, key);
     return d ? *d : miss;
   }
   // Single and bulk lookups of keys answer from the published set; a

@@ -14,9 +14,6 @@ namespace {
 
 using tt::Addr;
 
-// The stored prefixes, each with every data word given for it. Of
-// duplicates the trie keeps one, so any of them is a right answer.
-using Model = fuzz::Prefixes<std::set<uint32_t>>;
 using fuzz::make_addr;
 
 template <class F>
@@ -33,7 +30,6 @@ void run(FuzzedDataProvider &in) {
 
   std::vector<Entry> entries;
   std::vector<Addr> seen;
-  Model model;
   bool valid = fill > 0 && root <= F::max_root_branch;
   for (size_t i = 0; i < n; ++i) {
     Addr a = make_addr<F>(in, seen);
@@ -45,7 +41,6 @@ void run(FuzzedDataProvider &in) {
     valid &= len <= F::bits && a == tt::cut<F>(a, len);
     entries.push_back(tt::entry<F>(a, len, data));
     seen.push_back(a);
-    model[{a, len}].insert(data);
   }
 
   fuzz::begin(in);
@@ -62,6 +57,7 @@ void run(FuzzedDataProvider &in) {
     return;
   }
   FUZZ_CHECK(valid);
+  auto model = tt::stored<F>(entries);
 
   // A compiled table, for some inputs: it answers what the trie answers
   // where a prefix covers the key and its miss value elsewhere.
@@ -80,7 +76,7 @@ void run(FuzzedDataProvider &in) {
                       : std::vector<uint32_t>(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) {
     uint32_t got = tt::lpmatch<F>(t, keys[i]);
-    const std::set<uint32_t> *want = fuzz::longest<F>(model, keys[i]);
+    const std::set<uint32_t> *want = tt::longest<F>(model, keys[i]);
     FUZZ_CHECK(want ? want->count(got) != 0 : got == 0);
     FUZZ_CHECK(bulk[i] == got);
     if (!fib) continue;

@@ -1,31 +1,14 @@
-// What the trie and live table targets share over both trie families: the
-// reference longest-prefix match over a map of stored prefixes, input
-// addresses that often repeat or nest in earlier ones, and the family the
-// input picks.
+// What the trie and live table targets share over both trie families:
+// input addresses that often repeat or nest in earlier ones, and the family
+// the input picks.
 #pragma once
 
-#include <map>
-#include <utility>
 #include <vector>
 
 #include "../trie/families.h"
 #include "fuzz_support.h"
 
 namespace fuzz {
-
-// The stored prefixes, (address, length), to what the model keeps for each.
-template <class V>
-using Prefixes = std::map<std::pair<tt::Addr, uint32_t>, V>;
-
-// What m keeps for the longest prefix covering key, or null.
-template <class F, class V>
-const V *longest(const Prefixes<V> &m, const tt::Addr &key) {
-  for (int len = F::bits; len >= 0; --len) {
-    auto it = m.find({tt::cut<F>(key, len), uint32_t(len)});
-    if (it != m.end()) return &it->second;
-  }
-  return nullptr;
-}
 
 // An address from the input: one seen before with some words changed, or
 // a fresh one.

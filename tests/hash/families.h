@@ -1,15 +1,18 @@
 // The three hash families as the unit tests and the fuzz target see them:
 // each family's adapter (vell/hash_family.hpp) plus what only the tests
-// need, and Table<F>, one table read and written with byte strings.
+// need, Table<F>, one table read and written with byte strings, and
+// image(), sc_hash's serialised form.
 #pragma once
 
 #include <stdint.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "hash/key_hash.h"
 #include "host_record.h"
 #include "sc_hash_private.h"
 #include "vell/hash.hpp"
@@ -92,6 +95,65 @@ struct Table {
     if (!v) return std::nullopt;
     return Bytes(static_cast<const char *>(v), vsz);
   }
+  uint32_t index(std::string_view k) const {
+    constexpr auto fold =
+        F::kSz ? vds::hash::Fold::kLongKeys : vds::hash::Fold::kAlways;
+    return vds::hash::key_hash<fold>(k.data(), uint32_t(k.size())) &
+           (t->n_buckets - 1);
+  }
+  // key=value by `it` or a new iterator ("<no iterator>" when none can be
+  // made); each(key) may delete the element just delivered. Once
+  // exhausted, a walk returns -1 and writes nothing, or "<walked on>" ends
+  // the list.
+  std::vector<Bytes> walk(typename F::iter *it = nullptr,
+                          const std::function<void(const Bytes &)> &each = {}) {
+    typename F::iter *w = it ? it : F::iter_construct(t);
+    if (!w) return {"<no iterator>"};
+    std::vector<Bytes> out;
+    void *k, *v;
+    uint32_t ksz, vsz;
+    for (Bytes key; F::iter_next(w, &k, &ksz, &v, &vsz) == 0;) {
+      key.assign(static_cast<char *>(k), ksz);
+      out.push_back(key + "=" + Bytes(static_cast<char *>(v), vsz));
+      if (each) each(key);
+    }
+    void *const untouched = &k;
+    k = untouched;
+    if (F::iter_next(w, &k, 0, 0, 0) != -1 || k != untouched)
+      out.push_back("<walked on>");
+    if (!it) F::iter_destruct(w);
+    return out;
+  }
+  // key=value in chain order, bucket by bucket; "<bad link>" for an
+  // element whose pprev, table or bucket is wrong, and "<nelements>" last
+  // when the count disagrees.
+  std::vector<Bytes> chains() {
+    std::vector<Bytes> out;
+    for (uint32_t b = 0; b < t->n_buckets; b++) {
+      for (auto **link = &t->buckets[b]; *link; link = &(*link)->next) {
+        Bytes k(reinterpret_cast<char *>(*link + 1), (*link)->ksz);
+        const bool sound =
+            (*link)->pprev == link && (*link)->table == t && index(k) == b;
+        out.push_back(sound ? k + "=" + find(k).value_or("<lost>")
+                            : "<bad link>");
+      }
+    }
+    if (out.size() != t->nelements) out.push_back("<nelements>");
+    return out;
+  }
 };
+
+// sc_hash's image; none when serialisation fails, which clears both
+// outputs ("<bad outputs>" when it does not).
+inline std::optional<Bytes> image(sc_hash *t) {
+  void *buf = &buf;
+  uint32_t len = 7;
+  const bool ok = sc_hash_serialize(t, &buf, &len) == 0;
+  if (ok ? buf == nullptr : buf != nullptr || len != 0) return "<bad outputs>";
+  if (!ok) return std::nullopt;
+  Bytes out(static_cast<char *>(buf), len);
+  __sc_kfree(buf, len);
+  return out;
+}
 
 }  // namespace ht

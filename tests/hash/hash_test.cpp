@@ -7,11 +7,12 @@
 
 #include "families.h"
 #include "hash/key_hash.h"
+#include "hash_model.h"
 #include "test_host.h"
 
 namespace {
 
-using ht::Bytes, ht::Hash, ht::Ohash, ht::Khash, ht::destroyed;
+using ht::Bytes, ht::Hash, ht::Ohash, ht::Khash, ht::destroyed, ht::image;
 using S = std::vector<std::string>;
 std::string num(size_t n) { return std::to_string(n); }
 #define D(s) (s).data(), uint32_t((s).size())
@@ -43,158 +44,30 @@ std::string addr(const void *p) {
   return s;
 }
 
-// A table of family F with what the tests read back from it.
-template <class F>
-struct Family : ht::Table<F> {
-  using ht::Table<F>::Table;
-  using ht::Table<F>::t;
-  using ht::Table<F>::find;
-
-  uint32_t index(std::string_view k) {
-    constexpr auto fold =
-        F::kSz ? vds::hash::Fold::kLongKeys : vds::hash::Fold::kAlways;
-    return vds::hash::key_hash<fold>(D(k)) & (t->n_buckets - 1);
-  }
-  // key=value by `it` or a new iterator; each(key) may delete the element
-  // just delivered. Once exhausted, a walk returns -1 and writes nothing.
-  S walk(typename F::iter *it = nullptr, std::function<void(Bytes)> each = {}) {
-    typename F::iter *w = it ? it : F::iter_construct(t);
-    if (!w) return {"<no iterator>"};
-    S out;
-    void *k, *v;
-    uint32_t ksz, vsz;
-    for (Bytes key; F::iter_next(w, &k, &ksz, &v, &vsz) == 0;) {
-      key.assign(static_cast<char *>(k), ksz);
-      out.push_back(key + "=" + Bytes(static_cast<char *>(v), vsz));
-      if (each) each(key);
-    }
-    void *const untouched = &k;  // an exhausted walk must not write the key
-    k = untouched;
-    EXPECT_EQ(F::iter_next(w, &k, 0, 0, 0), -1);
-    EXPECT_EQ(k, untouched);
-    if (!it) F::iter_destruct(w);
-    return out;
-  }
-  // key=value in chain order, bucket by bucket, checking each element's
-  // pprev, table and bucket, and nelements.
-  S chains() {
-    S out;
-    for (uint32_t b = 0; b < t->n_buckets; b++) {
-      for (auto **link = &t->buckets[b]; *link; link = &(*link)->next) {
-        Bytes k(reinterpret_cast<char *>(*link + 1), (*link)->ksz);
-        EXPECT_TRUE((*link)->pprev == link && (*link)->table == t);
-        EXPECT_EQ(index(k), b);
-        out.push_back(k + "=" + find(k).value_or("<lost>"));
-      }
-    }
-    EXPECT_EQ(out.size(), t->nelements);
-    return out;
-  }
-};
-
-// sc_hash's image; none when serialisation fails, which clears both outputs.
-std::optional<Bytes> image(sc_hash *t) {
-  void *buf = &buf;
-  uint32_t len = 7;
-  bool ok = sc_hash_serialize(t, &buf, &len) == 0;
-  EXPECT_TRUE(ok ? buf != nullptr : buf == nullptr && len == 0);
-  if (!ok) return std::nullopt;
-  Bytes out(static_cast<char *>(buf), len);
-  __sc_kfree(buf, len);
-  return out;
-}
-
 template <class>
 class FamilyTest : public HostTest {};
 using Families = ::testing::Types<Hash, Ohash, Khash>;
 TYPED_TEST_SUITE(FamilyTest, Families);
 
-// Random operations against a reference map: lookups, chains, walk order and
-// destructor calls, with erasing walks and (sc_ohash) resizing, also mid-walk.
-TYPED_TEST(FamilyTest, RandomOperationsMatchAReferenceMap) {
-  using F = TypeParam;
+// Random operations against the model shared with the fuzz target.
+TYPED_TEST(FamilyTest, RandomOperationsMatchTheModel) {
   std::mt19937 rng(1);
-  struct Entry {
-    Bytes value;
-    uint64_t chain, list;  // positions on its chain and on the list
-  };
-  std::map<Bytes, Entry> model;
-  std::multiset<Bytes> gone;  // values that left the table
-  uint64_t seq = 0;
-  auto bytes = [&](Bytes s = "") {
-    for (int n = rng() % 10; n--;) s += "ab\0\xff"[rng() % 4];
-    return s;
-  };
-  auto leave = [&](auto it) {
-    gone.insert(it->second.value);
-    model.erase(it);
-  };
-  destroyed.clear();
-  Family<F> f;
-  auto resize = [&] {
-    if constexpr (F::kListOrder) {
-      uint32_t was = f.t->n_buckets, to = 1u << rng() % 6, min = rng() % 200;
-      bool grow = rng() % 2, up = model.size() * 100 / was >= min;
-      ASSERT_EQ(grow ? sc_ohash_grow(f.t, min) : sc_ohash_shrink(f.t, to), 0);
-      ASSERT_EQ(f.t->n_buckets, grow ? was << up : std::min(was, to));
-      if (f.t->n_buckets != was)  // rebuilt: every chain in list order
-        for (auto &kv : model) kv.second.chain = kv.second.list;
-    }
-  };
-  auto expect = [&](bool list_order) {
-    std::map<std::pair<uint64_t, uint64_t>, Bytes> rows;
-    for (auto &[k, e] : model)
-      rows[{list_order ? 0 : f.index(k), list_order ? e.list : e.chain}] =
-          k + "=" + e.value;
-    S out;
-    for (auto &r : rows) out.push_back(r.second);
-    return out;
-  };
-  auto erase_each = [&](const Bytes &k) {  // checked by the count below
-    f.erase(k);
-    leave(model.find(k));
-    resize();
-  };
-  for (int step = 0; step <= 12000; step++) {
-    Bytes key = bytes(), v = bytes();
-    if (!model.empty() && rng() % 2)
-      key = std::next(model.begin(), rng() % model.size())->first;
-    auto it = model.find(key);
-    const bool present = it != model.end();
-    uint32_t op = rng() % 10, r = rng() % 24;
-    if (op < 5) {
-      ASSERT_TRUE(f.insert(key, v, rng() % (v.size() + 1)));
-      if (present) gone.insert(it->second.value);
-      Entry &e = model.try_emplace(key, Entry{v, seq, 0}).first->second;
-      e.value = v;  // a replaced key keeps its chain place
-      e.list = seq++;
-    } else if (op < 7) {
-      EXPECT_EQ(f.erase(key), present);
-      if (present) leave(it);
-    } else if (op < 9) {
-      EXPECT_EQ(f.find(key),
-                present ? std::optional(it->second.value) : std::nullopt);
-    } else if (r == 0) {
-      S order = expect(F::kListOrder);
-      EXPECT_EQ(f.walk(nullptr, erase_each), order);
-    } else {
-      resize();
-    }
-    ASSERT_EQ(destroyed.size(), gone.size());
-    if (step % 100) continue;
-    EXPECT_EQ(f.chains(), expect(false));
-    EXPECT_EQ(f.walk(), expect(F::kListOrder));
+  HashModel<TypeParam> m(
+      TypeParam::make(8), [&](uint32_t n) { return uint32_t(rng() % n); },
+      [](const char *what, int line) {
+        ADD_FAILURE_AT("hash_model.h", line) << what;
+      });
+  for (int step = 0; step <= 12000 && !this->HasFailure(); step++) {
+    m.step();
+    m.check();
   }
-  F::delete_all(f.t);  // then the table, empty, is destroyed
-  while (!model.empty()) leave(model.begin());
-  EXPECT_EQ(std::multiset<Bytes>(destroyed.begin(), destroyed.end()), gone);
 }
 
 // The dump prints every element (ignoring the debug level), and deleting an
 // element that is on no chain is reported and leaves it alone.
 TYPED_TEST(FamilyTest, DumpAndCorruptedElement) {
   using F = TypeParam;
-  Family<F> f;
+  ht::Table<F> f;
   __sc_debug_level = 0;
   F::debug(f.t);
   f.insert(Bytes(2, '\0'), "cd", 1);            // bucket 0
@@ -246,24 +119,24 @@ TYPED_TEST(FamilyTest, EveryAllocationFailureIsReportedAndUndone) {
                     ser = iter + "sc_hash_serialize: sc_hash_iter_construct(" +
                           x + "\n";
   const size_t element = sizeof(typename F::element) + 4 + 4;
-  using Op = std::function<bool(Family<F> &)>;
+  using Op = std::function<bool(ht::Table<F> &)>;
   std::vector<std::pair<Op, S>> cases = {
-      {[](Family<F> &f) { return f.insert("bb", "new!", 2); },
+      {[](ht::Table<F> &f) { return f.insert("bb", "new!", 2); },
        {F::name + ("_internal_insert: " + sz) + num(element) + x}},
-      {[](Family<F> &f) { return f.walk() != S{"<no iterator>"}; }, {iter}}};
+      {[](ht::Table<F> &f) { return f.walk() != S{"<no iterator>"}; }, {iter}}};
   if constexpr (F::kListOrder) {
-    cases.push_back({[](Family<F> &f) { return !sc_ohash_grow(f.t, 0); },
+    cases.push_back({[](ht::Table<F> &f) { return !sc_ohash_grow(f.t, 0); },
                      {"sc_ohash_grow: sc_calloc(16" + calloc}});
-    cases.push_back({[](Family<F> &f) { return !sc_ohash_shrink(f.t, 2); },
+    cases.push_back({[](ht::Table<F> &f) { return !sc_ohash_shrink(f.t, 2); },
                      {"sc_ohash_grow: sc_calloc(2" + calloc}});
   }
   if constexpr (std::is_same_v<F, Hash>)
-    cases.push_back({[](Family<F> &f) { return image(f.t).has_value(); },
+    cases.push_back({[](ht::Table<F> &f) { return image(f.t).has_value(); },
                      {ser, "sc_hash_serialize: sc_malloc(36" + x + "\n", ser}});
   for (auto &[op_, texts] : cases) {
     auto &op = op_;  // a lambda may not capture a structured binding in C++20
     auto run = [&](auto arm) {
-      Family<F> f;
+      ht::Table<F> f;
       for (const char *k : {"a", "bb", "ccc"}) f.insert(k, k, 1);
       S chains = f.chains(), walk = f.walk();
       destroyed.clear();
@@ -309,7 +182,7 @@ TEST_F(HashTest, KnownIndexes) {
 }
 
 TEST_F(HashTest, SerializedImageFollowsTheWalk) {
-  Family<Hash> f;
+  ht::Table<Hash> f;
   EXPECT_EQ(image(f.t), "");
   f.insert("a", "xyz", 3);
   EXPECT_EQ(image(f.t), Bytes("\1\0\0\0a\3\0\0\0xyz", 12));
@@ -322,8 +195,8 @@ TEST_F(HashTest, SerializedImageFollowsTheWalk) {
 // Refusals: the failure result and one diagnostic each, before any
 // allocation.
 TEST_F(HashTest, RefusalsComeBeforeAnyAllocation) {
-  Family<Ohash> o;
-  Family<Khash> k;
+  ht::Table<Ohash> o;
+  ht::Table<Khash> k;
   const Bytes big(65536, 'k');
   const uint32_t most = uint32_t((1ull << 31) / sizeof(void *));
   const long attempts = th::alloc_attempts();
@@ -346,7 +219,7 @@ TEST_F(HashTest, RefusalsComeBeforeAnyAllocation) {
 // sc_khash stores its largest key and value, and its walk restarts (but
 // not without a table) and ends on destruction, null included.
 TEST_F(HashTest, KhashLargestSizesAndWalkRestart) {
-  Family<Khash> k;
+  ht::Table<Khash> k;
   const Bytes big(65536, 'k');
   sc_khash_internal_insert(k.t, D(big) - 1, D(big) - 5, "xxxx", 4);
   EXPECT_EQ(k.find(big.substr(1)), big.substr(5) + "xxxx");

@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vell/trie_family.hpp"
@@ -98,17 +100,27 @@ std::vector<typename F::entry> reference_set() {
           entry<F>({}, 0, 0xE)};
 }
 
-// Longest covering prefix by scanning every entry.
+// The stored prefixes, (address, length), to what a test keeps for each.
+template <class V>
+using Prefixes = std::map<std::pair<Addr, uint32_t>, V>;
+
+// Each entry's prefix with every data word given for it: a trie keeps one
+// of duplicates, so any of them is a right answer.
 template <class F>
-uint32_t brute_force(const std::vector<typename F::entry> &in, const Addr &k) {
-  int best_len = -1;
-  uint32_t data = 0;
-  for (auto &e : in)
-    if (int(e.len) > best_len && cut<F>(k, e.len) == addr<F>(e)) {
-      best_len = int(e.len);
-      data = e.data;
-    }
-  return data;
+Prefixes<std::set<uint32_t>> stored(const std::vector<typename F::entry> &in) {
+  Prefixes<std::set<uint32_t>> out;
+  for (auto &e : in) out[{addr<F>(e), e.len}].insert(e.data);
+  return out;
+}
+
+// What m keeps for the longest prefix covering key, or null.
+template <class F, class V>
+const V *longest(const Prefixes<V> &m, const Addr &key) {
+  for (int len = F::bits; len >= 0; --len) {
+    auto it = m.find({cut<F>(key, uint32_t(len)), uint32_t(len)});
+    if (it != m.end()) return &it->second;
+  }
+  return nullptr;
 }
 
 // Distinct prefixes in nested runs (so leaves fall back on prefix chains),

@@ -7,8 +7,6 @@
 #include <stdio.h>
 
 #include <algorithm>
-#include <functional>
-#include <map>
 #include <random>
 #include <regex>
 #include <set>
@@ -279,18 +277,6 @@ TYPED_TEST(TrieTest, InvalidInputAndLimits) {
                 " > " + str(most) + ")\n");
 }
 
-// The input prefixes shorter than len enclosing a, longest first, each
-// with its data words (several for duplicates).
-template <class F>
-auto enclosing(const std::vector<typename F::entry> &in, const Addr &a,
-               uint32_t len) {
-  std::map<uint32_t, std::set<uint32_t>, std::greater<>> out;
-  for (auto &e : in)
-    if (e.len < len && tt::cut<F>(a, e.len) == tt::addr<F>(e))
-      out[e.len].insert(e.data);
-  return out;
-}
-
 // Nested chains, /0, host routes, exact duplicates and a dense cluster
 // sharing many leading bits.
 template <class F>
@@ -339,6 +325,7 @@ TYPED_TEST(TrieTest, MatchesBruteForceAndKeepsItsInvariants) {
   for (int round = 0; round < 60; ++round) {
     uint32_t n = 1 + rng() % (round % 4 == 0 ? 1000 : 200);
     auto in = random_set<F>(rng, n);
+    const auto stored = tt::stored<F>(in);
     uint32_t fill = fills[rng() % 8], root = rng() % 4 ? 0 : rng() % 9;
     SCOPED_TRACE(round);
     th::reset();
@@ -379,7 +366,8 @@ TYPED_TEST(TrieTest, MatchesBruteForceAndKeepsItsInvariants) {
       uint32_t q = e.prefix;
       for (; q < t->n_prefixes; q = t->prefixes[q].prefix)
         chain.push_back(t->prefixes[q].len);
-      for (auto &[len, data] : enclosing<F>(in, b, e.len)) want.push_back(len);
+      for (uint32_t len = e.len; len-- > 0;)
+        if (stored.count({tt::cut<F>(b, len), len})) want.push_back(len);
       EXPECT_EQ(chain, want) << "entry " << i;
       EXPECT_EQ(q, F::no_prefix) << "entry " << i;
     }
@@ -389,9 +377,9 @@ TYPED_TEST(TrieTest, MatchesBruteForceAndKeepsItsInvariants) {
     const std::vector<Addr> keys = tt::probe_keys<F>(in, 200, rng);
     const auto all = tt::lpmatch_bulk<F>(t, keys, 0, keys.size());
     for (size_t i = 0; i < keys.size(); ++i) {
-      auto found = enclosing<F>(in, keys[i], F::bits + 1);
+      const std::set<uint32_t> *want = tt::longest<F>(stored, keys[i]);
       uint32_t got = tt::lpmatch<F>(t, keys[i]);
-      ASSERT_TRUE(found.empty() ? got == 0 : found.begin()->second.count(got))
+      ASSERT_TRUE(want ? want->count(got) : got == 0)
           << ::testing::PrintToString(keys[i]) << " got " << got;
       ASSERT_EQ(all[i], got) << "bulk, key " << i;
     }

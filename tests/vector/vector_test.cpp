@@ -3,14 +3,13 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <algorithm>
-#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "sc_vector.h"
 #include "test_host.h"
+#include "vector_model.h"
 
 namespace {
 
@@ -224,57 +223,23 @@ TEST_F(VectorTest, DumpText) {
   EXPECT_EQ(th::console(), want);
 }
 
-// Random sequences for element sizes on and off the addressing fast path:
-// contents, capacity, flags and memory usage after every step.
-TEST_F(VectorTest, RandomOperationsMatchAPlainModel) {
+// Random sequences through every constructor and element size against
+// the model shared with the fuzz target.
+TEST_F(VectorTest, RandomOperationsMatchTheModel) {
   std::mt19937 rng(20261122);
-  for (uint32_t size : {0, 1, 2, 3, 4, 5, 8, 12, 16, 24}) {
-    SCOPED_TRACE(size);
-    const uint32_t f = rng() % 300, factor = f ? f : 50, initial = rng() % 4;
-    std::vector<std::string> m;  // each element's bytes
-    uint32_t cap = (factor + 100) * initial / 100;
-    bool sorted = false;
-    auto add = [&](const std::string &e) {
-      if (m.size() >= cap) cap = (factor + 100) * (m.size() + 1) / 100;
-      m.push_back(e);
-      sorted = false;
-    };
-    sc_vector *v = sc_vector_construct(initial, size, f);
-    for (int step = 0; step < 1500 && !HasFailure(); step++) {
-      const uint32_t op = rng() % 13, n = m.size();
-      if (op == 0 && n < 200) {  // appended to itself, it doubles once
-        ASSERT_EQ(sc_vector_append(v, v), 0);
-        for (uint32_t i = 0; i < n; i++) add(m[i]);
-      } else if (op == 1) {
-        ASSERT_EQ(sc_vector_compact(v), 0);
-        cap = n;
-      } else if (op == 2 || op == 3) {  // unique sorts unless marked or short
-        op == 2 ? sc_vector_sort(v, nullptr) : sc_vector_unique(v, nullptr);
-        if (!sorted && (op == 2 || n > 1)) std::sort(m.begin(), m.end());
-        if (op == 3) m.erase(std::unique(m.begin(), m.end()), m.end());
-        sorted = sorted || op == 2 || n > 1;
-      } else if (op == 4) {  // remove_dup keeps first occurrences in order
-        sc_vector_remove_dup(v);
-        for (uint32_t i = n; i-- > 1;)
-          if (std::count(m.begin(), m.begin() + i, m[i]))
-            m.erase(m.begin() + i);
-      } else if (op > 4) {
-        std::string e(size, '\0');
-        for (char &c : e) c = char(rng() % 3 * 0x7f);  // few distinct values
-        ASSERT_EQ(sc_vector_add(v, e.data()), 0);
-        add(e);
-      }
-      ASSERT_EQ(v->nElements, m.size());
-      EXPECT_EQ(v->nAlloc, cap);
-      EXPECT_EQ(v->flags, sorted ? SC_VECTOR_SORTED : 0);
-      EXPECT_EQ(sc_vector_memory_usage(v), sizeof(sc_vector) + cap * size);
-      std::string all(m.size() * size, '\0');
-      sc_vector_get_all(v, all.data());
-      EXPECT_EQ(all, std::accumulate(m.begin(), m.end(), std::string()));
+  for (int run = 0; run < 40 && !HasFailure(); run++) {
+    SCOPED_TRACE(run);
+    VectorModel m(
+        ctx, [&](uint32_t n) { return uint32_t(rng() % n); },
+        [](const char *what, int line) {
+          ADD_FAILURE_AT("vector_model.h", line) << what;
+        });
+    for (int step = 0; m.v && step < 400 && !HasFailure(); step++) {
+      m.step();
+      m.check();
     }
-    sc_vector_destruct(v);
   }
-  EXPECT_EQ(diags(), "");
+  th::clear_output();  // refusals of the no-grow vectors
 }
 
 }  // namespace
