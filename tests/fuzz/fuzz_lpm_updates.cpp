@@ -47,8 +47,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
               lpm::mask_to(c.prefix.addr, c.prefix.len) != c.prefix.addr)
             abort();
           auto &routes = model[key_of(c.prefix)];
-          if (c.kind == lpm::RouteChange::announce)
+          if (c.kind == lpm::RouteChange::announce && c.has_origin)
             routes[{c.peer, c.path}] = c.origin;
+          else if (c.kind == lpm::RouteChange::announce)
+            routes.erase({c.peer, c.path});  // replaced by no route of its own
           else if (!routes.erase({c.peer, c.path}) == table.apply(c))
             abort();  // refused exactly when the model had no such route
         }
