@@ -115,7 +115,18 @@ bool read_table_dump(Cursor c, Family f, Dump &d, std::string &why) {
   RibRoute r{0, 0, f, Addr(), 0, 0};
   for (unsigned i = 0; i < bytes / 4; ++i) r.addr.w[i] = c.get(4);
   r.len = c.get(1);
-  c.skip(1 + 4 + bytes + 2);  // status, time, peer address and AS
+  c.skip(1 + 4);  // status, time
+  // The record names its peer by address and AS: the first record of a
+  // peer adds it to the dump's peers.
+  RibPeer peer{0, f, Addr()};
+  for (unsigned i = 0; i < bytes / 4; ++i) peer.addr.w[i] = c.get(4);
+  peer.as = c.get(2);
+  auto same = [&](const RibPeer &p) {
+    return p.as == peer.as && p.family == peer.family && p.addr == peer.addr;
+  };
+  auto known = std::find_if(d.peers.begin(), d.peers.end(), same);
+  r.peer = static_cast<uint32_t>(known - d.peers.begin());
+  if (known == d.peers.end()) d.peers.push_back(peer);
   Cursor attrs = c.sub(c.get(2));
   if (!c.ok()) {
     why = "record ends before its path attributes do";
